@@ -1,0 +1,164 @@
+// Little-endian loads and stores, and the bounded view through which every decoder reads.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace trdcomp {
+
+using u8 = unsigned char;
+
+inline std::uint16_t loadU16(const void* p) {
+  const u8* b = static_cast<const u8*>(p);
+  return static_cast<std::uint16_t>(b[0] | (b[1] << 8));
+}
+inline std::uint32_t loadU32(const void* p) {
+  const u8* b = static_cast<const u8*>(p);
+  return std::uint32_t(b[0]) | std::uint32_t(b[1]) << 8 | std::uint32_t(b[2]) << 16 |
+         std::uint32_t(b[3]) << 24;
+}
+inline std::uint64_t loadU64(const void* p) {
+  const u8* b = static_cast<const u8*>(p);
+  return std::uint64_t(loadU32(b)) | std::uint64_t(loadU32(b + 4)) << 32;
+}
+inline std::int32_t loadI32(const void* p) {
+  return static_cast<std::int32_t>(loadU32(p));
+}
+inline std::int64_t loadI64(const void* p) {
+  return static_cast<std::int64_t>(loadU64(p));
+}
+inline double loadF64(const void* p) {
+  double d;
+  std::uint64_t v = loadU64(p);
+  std::memcpy(&d, &v, 8);
+  return d;
+}
+
+inline void storeU16(void* p, std::uint16_t v) {
+  u8* b = static_cast<u8*>(p);
+  b[0] = static_cast<u8>(v);
+  b[1] = static_cast<u8>(v >> 8);
+}
+inline void storeU32(void* p, std::uint32_t v) {
+  u8* b = static_cast<u8*>(p);
+  for (int i = 0; i < 4; ++i) b[i] = static_cast<u8>(v >> (8 * i));
+}
+inline void storeU64(void* p, std::uint64_t v) {
+  u8* b = static_cast<u8*>(p);
+  for (int i = 0; i < 8; ++i) b[i] = static_cast<u8>(v >> (8 * i));
+}
+inline void storeI32(void* p, std::int32_t v) {
+  storeU32(p, static_cast<std::uint32_t>(v));
+}
+inline void storeF64(void* p, double d) {
+  std::uint64_t v;
+  std::memcpy(&v, &d, 8);
+  storeU64(p, v);
+}
+
+// Unbounded bytes: the public primitives trust their caller as their contract says.
+struct RawBytes {
+  const u8* p;
+  u8 at(std::int64_t i) const { return p[i]; }
+  bool has(std::int64_t) const { return true; }
+};
+
+// A read-only window on bytes that may come from the network. Every read is checked: a byte
+// outside [0, size) reads as zero, so a claim in the input (a count, a length, an offset) can
+// never move a read outside the bytes that were handed in.
+class InView {
+ public:
+  InView() = default;
+  InView(const void* data, std::int64_t size)
+      : data_(static_cast<const u8*>(data)), size_(data && size > 0 ? size : 0) {}
+
+  std::int64_t size() const { return size_; }
+  bool has(std::int64_t i) const { return i >= 0 && i < size_; }
+  u8 at(std::int64_t i) const { return has(i) ? data_[i] : 0; }
+
+  std::uint16_t u16(std::int64_t i) const {
+    return inside(i, 2) ? loadU16(data_ + i) : static_cast<std::uint16_t>(at(i) | at(i + 1) << 8);
+  }
+  std::uint32_t u32(std::int64_t i) const {
+    if (inside(i, 4)) return loadU32(data_ + i);
+    std::uint32_t v = 0;
+    for (int k = 0; k < 4; ++k) v |= std::uint32_t(at(i + k)) << (8 * k);
+    return v;
+  }
+  std::int32_t i32(std::int64_t i) const { return static_cast<std::int32_t>(u32(i)); }
+  std::int64_t i64(std::int64_t i) const {
+    return static_cast<std::int64_t>(std::uint64_t(u32(i)) | std::uint64_t(u32(i + 4)) << 32);
+  }
+  double f64(std::int64_t i) const {
+    double d;
+    std::int64_t v = i64(i);
+    std::memcpy(&d, &v, 8);
+    return d;
+  }
+
+  // Copies the part of bytes [from, from + n) that lies inside the view to the same place in
+  // dst[0, n); the rest of dst is left as it is (restore buffers are zero already).
+  void copyAvailable(u8* dst, std::int64_t from, std::int64_t n) const {
+    std::int64_t lo = from < 0 ? 0 : from;
+    std::int64_t hi = n > size_ - from ? size_ : from + n;
+    if (hi > lo) std::memcpy(dst + (lo - from), data_ + lo, static_cast<std::size_t>(hi - lo));
+  }
+  // Copies bytes [from, from + n) to dst[0, n); bytes outside the view arrive as zeros.
+  void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
+    if (n <= 0) return;
+    std::memset(dst, 0, static_cast<std::size_t>(n));
+    copyAvailable(dst, from, n);
+  }
+
+  // The view from `from` on (empty when `from` lies outside).
+  InView from(std::int64_t from) const {
+    if (from < 0 || from >= size_) return InView();
+    return InView(data_ + from, size_ - from);
+  }
+
+  // Length of the zero-terminated text at `i`; the end of the view ends it too.
+  std::int64_t textLength(std::int64_t i) const {
+    if (!has(i)) return 0;
+    const void* z = std::memchr(data_ + i, 0, static_cast<std::size_t>(size_ - i));
+    return z ? static_cast<const u8*>(z) - (data_ + i) : size_ - i;
+  }
+  const u8* data() const { return data_; }
+
+ private:
+  bool inside(std::int64_t i, std::int64_t n) const { return i >= 0 && i <= size_ - n; }
+  const u8* data_ = nullptr;
+  std::int64_t size_ = 0;
+};
+
+// Restored messages live in buffers from the C allocator, zero-filled with slack behind the
+// used length, released by the caller through the library (ReleaseAnsData pairs with this).
+// calloc hands out large blocks as fresh zero pages, so a message that claims many records
+// costs no more than the pages its records really fill. A size beyond the 32-bit lengths of the
+// interface is refused, as is a failed allocation: both give null.
+inline u8* allocateZeroed(std::int64_t size) {
+  if (size < 0 || size > INT32_MAX) return nullptr;
+  return static_cast<u8*>(std::calloc(static_cast<std::size_t>(size ? size : 1), 1));
+}
+inline void release(void* p) {
+  std::free(p);
+}
+
+// Length of a restored message: a fixed part plus count records of a given size. A negative
+// count, or a length that with its slack would not fit 32 bits, has no valid length.
+inline bool restoredLength(std::int64_t count, std::int64_t recordSize, std::int64_t fixed,
+                           std::int64_t slack, std::int64_t& length) {
+  if (count < 0) return false;
+  length = count * recordSize + fixed;
+  return length + slack <= INT32_MAX;
+}
+
+// Converts a double to a 64-bit integer by truncation toward zero, as the x86-64 conversion
+// instruction does: values outside the range (and NaN) give the most negative value. Peers
+// built for that instruction send exactly this, and it keeps the conversion defined in C++.
+inline std::int64_t truncToInt64(double t) {
+  if (t > -9223372036854775808.0 && t < 9223372036854775808.0) return static_cast<std::int64_t>(t);
+  return INT64_MIN;
+}
+
+}  // namespace trdcomp

@@ -1,0 +1,113 @@
+// Compact field formats of the 2008 codec.
+//
+// Integers carry their sign in bit 7 of the first byte and a length code beside the low bits of
+// the magnitude; the rest of the magnitude follows low byte first. Texts and byte blocks are a
+// compact 32-bit length followed by the bytes. The decoders are templates over their input so
+// that the public primitives (which trust their caller) and the record codecs (which read
+// through a bounded view) share one implementation of every format.
+#pragma once
+
+#include <cstdint>
+
+#include "primitives/bytes.h"
+
+namespace trdcomp::compact {
+
+// Magnitude by two's-complement negation in the value's own width; the most negative value
+// stays itself and, compared as signed, takes the shortest form with only the sign set.
+inline std::int32_t magnitude(std::int32_t v) {
+  return v < 0 ? static_cast<std::int32_t>(0u - static_cast<std::uint32_t>(v)) : v;
+}
+inline std::int64_t magnitude(std::int64_t v) {
+  return v < 0 ? static_cast<std::int64_t>(0ull - static_cast<std::uint64_t>(v)) : v;
+}
+
+// 32-bit integer: byte 0 = sign | length code (bits 6-5) | low 5 bits, then bytes of m >> 5.
+// The four-byte form holds 29 bits: bits 29 and 30 of a larger magnitude are dropped.
+inline int writeInt(u8* out, std::int32_t value) {
+  u8 b0 = value < 0 ? 0x80 : 0;
+  std::int32_t m = magnitude(value);
+  std::uint32_t u = static_cast<std::uint32_t>(m);
+  if (m < 32) {
+    out[0] = static_cast<u8>(b0 | u);
+    return 1;
+  }
+  out[1] = static_cast<u8>(u >> 5);
+  if (m < 0x2000) {
+    out[0] = static_cast<u8>(b0 | (u & 0x1F) | 0x20);
+    return 2;
+  }
+  out[2] = static_cast<u8>(u >> 13);
+  if (m < 0x200000) {
+    out[0] = static_cast<u8>(b0 | (u & 0x1F) | 0x40);
+    return 3;
+  }
+  out[0] = static_cast<u8>(b0 | (u & 0x1F) | 0x60);
+  out[3] = static_cast<u8>(u >> 21);
+  return 4;
+}
+
+template <class In>
+std::int32_t readInt(const In& in, std::int64_t& pos) {
+  unsigned b0 = in.at(pos);
+  unsigned code = b0 & 0x60;
+  std::uint32_t v = b0 & 0x1F;
+  if (code >= 0x20) v |= std::uint32_t(in.at(pos + 1)) << 5;
+  if (code >= 0x40) v |= std::uint32_t(in.at(pos + 2)) << 13;
+  if (code == 0x60) v |= std::uint32_t(in.at(pos + 3)) << 21;
+  pos += 1 + (code >> 5);
+  return static_cast<std::int32_t>((b0 & 0x80) ? 0u - v : v);
+}
+
+// 64-bit integer: byte 0 = sign | length code (bits 6-4) | low 4 bits, byte k = m >> (8k - 4).
+// There is no six-byte form (code 5 is read but never written); eight bytes carry 60 bits.
+inline int writeInt64(u8* out, std::int64_t value) {
+  u8 b0 = value < 0 ? 0x80 : 0;
+  std::int64_t m = magnitude(value);
+  std::uint64_t u = static_cast<std::uint64_t>(m);
+  int n;
+  u8 code;
+  if (m < 0x10) {
+    n = 1, code = 0x00;
+  } else if (m < 0x1000) {
+    n = 2, code = 0x10;
+  } else if (m < 0x100000) {
+    n = 3, code = 0x20;
+  } else if (m < 0x10000000) {
+    n = 4, code = 0x30;
+  } else if (m < 0x1000000000) {
+    n = 5, code = 0x40;
+  } else if (m < 0x100000000000) {
+    n = 7, code = 0x60;
+  } else {
+    n = 8, code = 0x70;
+  }
+  out[0] = static_cast<u8>(b0 | code | (u & 0x0F));
+  for (int k = 1; k < n; ++k) out[k] = static_cast<u8>(u >> (4 + 8 * (k - 1)));
+  return n;
+}
+
+template <class In>
+std::int64_t readInt64(const In& in, std::int64_t& pos) {
+  unsigned b0 = in.at(pos);
+  int n = static_cast<int>((b0 >> 4) & 7) + 1;
+  std::uint64_t v = b0 & 0x0F;
+  for (int k = 1; k < n; ++k) v |= std::uint64_t(in.at(pos + k)) << (4 + 8 * (k - 1));
+  pos += n;
+  return static_cast<std::int64_t>((b0 & 0x80) ? 0ull - v : v);
+}
+
+// Copies k bytes of text with bounded-copy semantics: the copy stops at a zero byte of the
+// source and the rest of the k bytes is filled with zeros.
+template <class In>
+void copyText(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
+  std::int64_t j = 0;
+  for (; j < k; ++j) {
+    u8 b = in.at(pos + j);
+    if (b == 0) break;
+    dst[j] = b;
+  }
+  for (; j < k; ++j) dst[j] = 0;
+}
+
+}  // namespace trdcomp::compact

@@ -1,0 +1,150 @@
+// Small helpers shared by the tests.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "records/layout.h"
+
+namespace trdcomp::test {
+
+using Bytes = std::vector<unsigned char>;
+
+// "24 03" -> {0x24, 0x03}
+inline Bytes hex(const std::string& text) {
+  Bytes out;
+  unsigned v;
+  int n;
+  for (const char* p = text.c_str(); std::sscanf(p, " %x%n", &v, &n) == 1; p += n)
+    out.push_back(static_cast<unsigned char>(v));
+  return out;
+}
+
+inline std::string hexOf(const void* data, std::size_t n) {
+  std::string s;
+  char buf[4];
+  for (std::size_t i = 0; i < n; ++i) {
+    std::snprintf(buf, sizeof buf, "%s%02X", i ? " " : "",
+                  static_cast<const unsigned char*>(data)[i]);
+    s += buf;
+  }
+  return s;
+}
+inline std::string hexOf(const Bytes& b) {
+  return hexOf(b.data(), b.size());
+}
+
+// A layout parsed at run time from its notation, for tests of the record codecs.
+struct TestLayout {
+  std::vector<records::Field> fields;
+  records::Layout layout;
+  TestLayout(std::uint32_t size, std::string_view text) {
+    records::detail::TextFlags flags =
+        records::detail::walk(text, [&](const records::Field& f) { fields.push_back(f); });
+    layout.size = size;
+    layout.fields = fields.data();
+    layout.fieldCount = static_cast<std::uint16_t>(fields.size());
+    layout.rotated = flags.rotated;
+    layout.opaque = flags.opaque;
+    layout.text = text;
+  }
+};
+
+}  // namespace trdcomp::test
+
+#include "TrdCompData.h"
+
+namespace trdcomp::test {
+
+// What a restore entry point handed back, copied out and released.
+struct Restored {
+  int result = -1;
+  int length = -1;
+  bool null = true;
+  Bytes bytes;  // the restored message (length bytes)
+};
+
+inline Restored restoreRequest(Bytes in, char flag = 0) {
+  Restored r;
+  char* out = nullptr;
+  r.result = CTrdCompData::RestoreReq2008(reinterpret_cast<char*>(in.data()),
+                                          static_cast<int>(in.size()), &out, r.length, flag);
+  r.null = out == nullptr;
+  if (out && r.length > 0) r.bytes.assign(out, out + r.length);
+  CTrdCompData::ReleaseAnsData(out);
+  return r;
+}
+
+inline Restored restoreAnswer(Bytes in, char flag = 0) {
+  Restored r;
+  char* out = nullptr;
+  r.result = CTrdCompData::RestoreAns2008(reinterpret_cast<char*>(in.data()),
+                                          static_cast<int>(in.size()), &out, r.length, flag);
+  r.null = out == nullptr;
+  if (out && r.length > 0) r.bytes.assign(out, out + r.length);
+  CTrdCompData::ReleaseAnsData(out);
+  return r;
+}
+
+inline Bytes packRequest(tagREQ_HEAD head, Bytes body, char flag = 0) {
+  Bytes out(2 * body.size() + 4096, 0);
+  int length = -1;
+  CTrdCompData::PackReq2008(reinterpret_cast<char*>(out.data()), length, &head,
+                            reinterpret_cast<char*>(body.data()), static_cast<int>(body.size()),
+                            flag);
+  out.resize(static_cast<std::size_t>(length));
+  return out;
+}
+
+inline Bytes packAnswer(tagANS_Proc proc, std::vector<Bytes> sections, char flag = 0,
+                        int codecSel = 0) {
+  std::size_t total = 0;
+  for (const Bytes& s : sections) total += s.size();
+  Bytes out(2 * total + 4096, 0);
+  char* sec[5] = {};
+  for (std::size_t i = 0; i < sections.size() && i < 5; ++i)
+    sec[i] = reinterpret_cast<char*>(sections[i].data());
+  int length = -1;
+  CTrdCompData::PackAns2008(reinterpret_cast<char*>(out.data()), static_cast<int>(out.size()),
+                            length, &proc, sec[0], sec[1], sec[2], sec[3], sec[4], flag, codecSel);
+  out.resize(static_cast<std::size_t>(length));
+  return out;
+}
+
+inline std::int32_t i32At(const Bytes& b, std::size_t at) {
+  return static_cast<std::int32_t>(b[at] | b[at + 1] << 8 | b[at + 2] << 16 |
+                                   static_cast<unsigned>(b[at + 3]) << 24);
+}
+inline void putI32(Bytes& b, std::size_t at, std::int32_t v) {
+  for (int i = 0; i < 4; ++i)
+    b[at + i] = static_cast<unsigned char>(static_cast<std::uint32_t>(v) >> (8 * i));
+}
+
+inline tagREQ_HEAD requestHead(std::uint32_t number, std::int32_t count, std::int32_t size,
+                               char flags = 0) {
+  tagREQ_HEAD h{};
+  h.funcNo = number;
+  h.flags = flags;
+  h.recCount = count;
+  h.recSize = size;
+  for (int i = 0; i < 59; ++i) h.callerData[i] = static_cast<char>(0xA0 + i);
+  return h;
+}
+
+inline tagANS_Proc answerProc(std::uint32_t number, std::vector<std::pair<int, int>> sections) {
+  tagANS_Proc p{};
+  p.funcNo = number;
+  std::memcpy(p.shortText, "0000", 4);
+  std::memcpy(p.text, "done", 5);
+  p.sectionCount = static_cast<std::int32_t>(sections.size());
+  for (std::size_t i = 0; i < sections.size() && i < 5; ++i) {
+    p.recCount[i] = sections[i].first;
+    p.recSize[i] = sections[i].second;
+  }
+  return p;
+}
+
+}  // namespace trdcomp::test
