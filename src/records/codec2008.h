@@ -1,0 +1,24 @@
+// The 2008 record codec: one encoder and one decoder that interpret any layout.
+#pragma once
+
+#include <cstdint>
+
+#include "primitives/bytes.h"
+#include "records/layout.h"
+
+namespace trdcomp::records {
+
+// Encodes one record at `out` and returns the bytes written. `record` views the caller's bytes
+// from the record's start; bytes outside it read as zero. `flag` chooses the int32 form: 0 the
+// compact 32-bit form, 1 the compact 64-bit form, any other value leaves int32 fields out.
+std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, char flag);
+
+// Decodes one record from `in` (viewed from the record's first byte) into `record`, which has
+// `room` writable bytes (at least the layout's size; a decode cap may write beyond the size,
+// never beyond the room). A field is read only while fewer than `available` bytes have been
+// consumed; fields not reached stay zero. `flag` 0 reads int32 fields in the 32-bit form, any
+// other value in the 64-bit form.
+void decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
+                std::int64_t room, char flag);
+
+}  // namespace trdcomp::records

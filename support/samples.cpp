@@ -1,0 +1,165 @@
+#include "samples.h"
+
+#include <cstring>
+
+#include "frame/catalogue.h"
+#include "primitives/bytes.h"
+
+namespace trdcomp::samples {
+namespace {
+
+using records::Field;
+using records::Kind;
+
+constexpr char kAlnum[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
+int pick(std::mt19937& rng, int lo, int hi) {
+  return std::uniform_int_distribution<int>(lo, hi)(rng);
+}
+
+void fillText(unsigned char* dst, std::uint32_t width, std::mt19937& rng) {
+  int most = static_cast<int>(width) - 1;
+  int shape = pick(rng, 0, 9);
+  int length = shape < 3   ? pick(rng, 0, std::min(most, 6))
+               : shape < 8 ? pick(rng, 0, std::min(most, 20))
+                           : pick(rng, 0, most);
+  bool local = pick(rng, 0, 9) == 0;  // a name in a local double-byte character set
+  for (int i = 0; i < length; ++i)
+    dst[i] = local ? static_cast<unsigned char>(pick(rng, 0xB0, 0xF7))
+                   : static_cast<unsigned char>(kAlnum[pick(rng, 0, 61)]);
+}
+
+std::int32_t sampleInt32(std::mt19937& rng, bool wide) {
+  switch (pick(rng, 0, 5)) {
+    case 0:
+      return pick(rng, 0, 100);
+    case 1:
+      return 20260000 + pick(rng, 101, 1231);  // a date
+    case 2:
+      return pick(rng, 93000, 150000);  // a time of day
+    case 3:
+      return -pick(rng, 1, 100000);
+    case 4:
+      return wide ? pick(rng, INT32_MIN + 1, INT32_MAX) : pick(rng, -(1 << 29) + 1, (1 << 29) - 1);
+    default:
+      return 0;
+  }
+}
+
+void fillField(const Field& f, unsigned char* at, std::mt19937& rng, bool codec2011) {
+  switch (f.kind) {
+    case Kind::Char:
+      *at =
+          pick(rng, 0, 3) ? kAlnum[pick(rng, 0, 35)] : static_cast<unsigned char>(pick(rng, 0, 12));
+      return;
+    case Kind::Text:
+    case Kind::ShortText:
+      fillText(at, f.width, rng);
+      return;
+    case Kind::Block: {
+      int used = pick(rng, 0, static_cast<int>(f.width));
+      for (int i = 0; i < used; ++i) at[i] = static_cast<unsigned char>(pick(rng, 0, 255));
+      return;
+    }
+    case Kind::Int32:
+      storeI32(at, sampleInt32(rng, codec2011));
+      return;
+    case Kind::Int64: {
+      std::int64_t v =
+          std::uniform_int_distribution<std::int64_t>(-(1ll << 59) + 1, (1ll << 59) - 1)(rng);
+      storeU64(at, static_cast<std::uint64_t>(pick(rng, 0, 1) ? v : v >> 40));
+      return;
+    }
+    case Kind::Double: {
+      // Non-negative prices: both codecs deliberately move negative values toward zero.
+      std::int64_t units = std::uniform_int_distribution<std::int64_t>(0, 100000000)(rng);
+      storeF64(at, codec2011 ? units / 1000.0 : units / 10000.0);
+      return;
+    }
+    case Kind::CountedBlock:
+    case Kind::Group:
+      return;  // filled with their counts by fillRecord
+  }
+}
+
+}  // namespace
+
+void fillRecord(const records::Layout& layout, unsigned char* record, std::mt19937& rng,
+                bool codec2011) {
+  std::memset(record, 0, layout.size);
+  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+    if (f->kind == Kind::Group) {
+      int entries = pick(rng, 0, f->repeat);
+      storeI32(record + f->countOffset, entries);
+      for (int e = 0; e < entries; ++e)
+        for (int m = 1; m <= f->members; ++m)
+          fillField(f[m], record + f->offset + e * f->stride + f[m].offset, rng, codec2011);
+      f += f->members;
+    } else if (f->kind == Kind::CountedBlock) {
+      int used = pick(rng, 0, 300);
+      storeI32(record + f->countOffset, used);
+      for (int i = 0; i < used; ++i)
+        record[f->offset + i] = static_cast<unsigned char>(pick(rng, 0, 255));
+    } else {
+      fillField(*f, record + f->offset, rng, codec2011);
+    }
+  }
+}
+
+Request makeRequest(std::uint32_t number, int nibble, int count, std::uint32_t seed) {
+  std::mt19937 rng(seed);
+  Request r;
+  const frame::Entry* e = frame::find(number);
+  const records::Layout* layout = e ? e->request[nibble ? 1 : 0] : nullptr;
+  std::uint32_t size = layout ? layout->size : 64;
+  r.head.funcNo = number;
+  r.head.flags = static_cast<char>(nibble << 4);
+  for (int i = 0; i < 59; ++i) r.head.callerData[i] = static_cast<char>(pick(rng, 0, 255));
+  r.head.recCount = count;
+  r.head.recSize = static_cast<std::int32_t>(size);
+  r.body.assign(std::size_t(count) * size, 0);
+  for (int i = 0; i < count; ++i) {
+    unsigned char* rec = reinterpret_cast<unsigned char*>(r.body.data()) + std::size_t(i) * size;
+    if (layout && !layout->opaque)
+      fillRecord(*layout, rec, rng, nibble != 0);
+    else
+      for (std::uint32_t k = 0; k < size; ++k)
+        rec[k] = static_cast<unsigned char>(pick(rng, 0, 255));
+  }
+  return r;
+}
+
+Answer makeAnswer(std::uint32_t number, bool codec2011, int count, std::uint32_t seed) {
+  std::mt19937 rng(seed);
+  Answer a;
+  a.proc.funcNo = number;
+  std::strcpy(a.proc.shortText, "000");
+  std::strcpy(a.proc.text, "OK");
+  const frame::Entry* e = frame::find(number);
+  const records::AnswerLayout* layout = e ? e->answerRestore[codec2011 ? 1 : 0] : nullptr;
+  int sections = layout ? layout->sectionCount : 2;
+  a.proc.sectionCount = sections;
+  for (int s = 0; s < sections; ++s) {
+    const records::Layout* l = layout ? layout->sections[s] : nullptr;
+    std::uint32_t size = l ? l->size : 40;
+    a.proc.recCount[s] = count;
+    a.proc.recSize[s] = static_cast<std::int32_t>(size);
+    a.sections[s].assign(std::size_t(count) * size, 0);
+    for (int i = 0; i < count; ++i) {
+      unsigned char* rec =
+          reinterpret_cast<unsigned char*>(a.sections[s].data()) + std::size_t(i) * size;
+      if (l)
+        fillRecord(*l, rec, rng, codec2011);
+      else
+        for (std::uint32_t k = 0; k < size; ++k)
+          rec[k] = static_cast<unsigned char>(pick(rng, 0, 255));
+    }
+  }
+  return a;
+}
+
+int packRoom(int rawSize) {
+  return 2 * rawSize + 4096;
+}
+
+}  // namespace trdcomp::samples
