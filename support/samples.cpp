@@ -54,6 +54,12 @@ void fillField(const Field& f, unsigned char* at, std::mt19937& rng, bool codec2
       return;
     case Kind::Text:
     case Kind::ShortText:
+      if (codec2011 && f.text == records::TextForm::ExchangeCode) {
+        // Three-character codes: a lone character would read back as the code it stands for.
+        const char* codes[] = {"000", "600", "IF1", "ABC", "XY", ""};
+        std::strcpy(reinterpret_cast<char*>(at), codes[pick(rng, 0, 5)]);
+        return;
+      }
       fillText(at, f.width, rng);
       return;
     case Kind::Block: {
@@ -85,9 +91,15 @@ void fillField(const Field& f, unsigned char* at, std::mt19937& rng, bool codec2
 }  // namespace
 
 void fillRecord(const records::Layout& layout, unsigned char* record, std::mt19937& rng,
-                bool codec2011) {
+                bool codec2011, const unsigned char* previous) {
   std::memset(record, 0, layout.size);
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+    // Records of one message share much: the account, the market, the date, the currency.
+    if (previous && f->kind != Kind::Group && f->kind != Kind::CountedBlock &&
+        pick(rng, 0, 9) < 6) {
+      std::memcpy(record + f->offset, previous + f->offset, f->width);
+      continue;
+    }
     if (f->kind == Kind::Group) {
       int entries = pick(rng, 0, f->repeat);
       storeI32(record + f->countOffset, entries);
@@ -121,7 +133,7 @@ Request makeRequest(std::uint32_t number, int nibble, int count, std::uint32_t s
   for (int i = 0; i < count; ++i) {
     unsigned char* rec = reinterpret_cast<unsigned char*>(r.body.data()) + std::size_t(i) * size;
     if (layout && !layout->opaque)
-      fillRecord(*layout, rec, rng, nibble != 0);
+      fillRecord(*layout, rec, rng, nibble != 0, i ? rec - size : nullptr);
     else
       for (std::uint32_t k = 0; k < size; ++k)
         rec[k] = static_cast<unsigned char>(pick(rng, 0, 255));
@@ -149,7 +161,7 @@ Answer makeAnswer(std::uint32_t number, bool codec2011, int count, std::uint32_t
       unsigned char* rec =
           reinterpret_cast<unsigned char*>(a.sections[s].data()) + std::size_t(i) * size;
       if (l)
-        fillRecord(*l, rec, rng, codec2011);
+        fillRecord(*l, rec, rng, codec2011, i ? rec - size : nullptr);
       else
         for (std::uint32_t k = 0; k < size; ++k)
           rec[k] = static_cast<unsigned char>(pick(rng, 0, 255));

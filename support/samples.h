@@ -13,9 +13,10 @@
 
 namespace trdcomp::samples {
 
-// Fills one record of `layout`. `codec2011` selects values for the 2011 Fast codec.
+// Fills one record of `layout`. `codec2011` selects values for the 2011 Fast codec. With a
+// `previous` record, most fields repeat its values, as the records of one message do.
 void fillRecord(const records::Layout& layout, unsigned char* record, std::mt19937& rng,
-                bool codec2011);
+                bool codec2011, const unsigned char* previous = nullptr);
 
 struct Request {
   tagREQ_HEAD head{};

@@ -30,23 +30,25 @@ void restoreBoth(Bytes in) {
 TEST(HostileInput, TruncatedAndCorruptedMessagesOfEveryNumber) {
   std::mt19937 rng(20261121);
   for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e) {
-    SCOPED_TRACE(e->number);
-    auto request = trdcomp::samples::makeRequest(e->number, 0, 3, e->number);
-    Bytes packedRequest =
-        packRequest(request.head, Bytes(request.body.begin(), request.body.end()));
-    auto answer = trdcomp::samples::makeAnswer(e->number, false, 2, e->number);
-    std::vector<Bytes> sections;
-    for (auto& s : answer.sections) sections.emplace_back(s.begin(), s.end());
-    Bytes packedAnswer = packAnswer(answer.proc, sections);
-    for (const Bytes& packed : {packedRequest, packedAnswer}) {
-      for (std::size_t cut = 1; cut < packed.size(); cut += 1 + packed.size() / 40)
-        restoreBoth(Bytes(packed.begin(), packed.begin() + static_cast<long>(cut)));
-      for (int round = 0; round < 20; ++round) {
-        Bytes damaged = packed;
-        for (int k = 0; k < 4; ++k)
-          damaged[std::uniform_int_distribution<std::size_t>(0, damaged.size() - 1)(rng)] =
-              static_cast<unsigned char>(rng());
-        restoreBoth(damaged);
+    for (int nibble : {0, 1}) {
+      SCOPED_TRACE(e->number * 10 + nibble);
+      auto request = trdcomp::samples::makeRequest(e->number, nibble, 3, e->number);
+      Bytes packedRequest =
+          packRequest(request.head, Bytes(request.body.begin(), request.body.end()));
+      auto answer = trdcomp::samples::makeAnswer(e->number, nibble, 2, e->number);
+      std::vector<Bytes> sections;
+      for (auto& s : answer.sections) sections.emplace_back(s.begin(), s.end());
+      Bytes packedAnswer = packAnswer(answer.proc, sections, 0, nibble << 4);
+      for (const Bytes& packed : {packedRequest, packedAnswer}) {
+        for (std::size_t cut = 1; cut < packed.size(); cut += 1 + packed.size() / 40)
+          restoreBoth(Bytes(packed.begin(), packed.begin() + static_cast<long>(cut)));
+        for (int round = 0; round < 20; ++round) {
+          Bytes damaged = packed;
+          for (int k = 0; k < 4; ++k)
+            damaged[std::uniform_int_distribution<std::size_t>(0, damaged.size() - 1)(rng)] =
+                static_cast<unsigned char>(rng());
+          restoreBoth(damaged);
+        }
       }
     }
   }

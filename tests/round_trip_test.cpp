@@ -23,8 +23,9 @@ struct Param {
 std::vector<Param> allNumbers() {
   std::vector<Param> out;
   for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e)
-    for (char flag : {0, 1}) out.push_back({e->number, 0, flag});
-  for (std::uint32_t unknown : {1022u, 1262u, 7000u}) out.push_back({unknown, 0, 0});
+    for (auto [nibble, flag] : {std::pair{0, 0}, {0, 1}, {1, 0}, {15, 0}})
+      out.push_back({e->number, nibble, static_cast<char>(flag)});
+  for (std::uint32_t unknown : {1022u, 1262u, 7000u}) out.push_back({unknown, 1, 0});
   return out;
 }
 

@@ -31,6 +31,20 @@ enum class Kind : std::uint8_t {
   Group,         // up to `repeat` entries of the `members` fields that follow it
 };
 
+// How the 2011 Fast codec writes a text.
+enum class TextForm : std::uint8_t {
+  LengthPrefixed,  // stop-bit length, then the bytes: carries any byte
+  StopBit,         // bit 7 marks the last character: 7-bit text only
+  ExchangeCode,    // three characters, compacted by the exchange-code table, stop-bit
+};
+
+// What the 2011 Fast codec subtracts from an integer before writing it.
+enum class BaseForm : std::uint8_t {
+  Constant,  // a fixed number (0 for most fields)
+  Field,     // another field of the same record, decoded before this one
+  Previous,  // the same field of the previous record; `base` for the first record
+};
+
 struct Field {
   std::uint32_t offset = 0;  // in the record (for group members: in the entry)
   std::uint32_t width = 0;   // bytes in the record
@@ -40,6 +54,16 @@ struct Field {
   std::uint16_t repeat = 0;       // group: most entries
   std::uint32_t stride = 0;       // group: bytes per entry
   std::uint32_t countOffset = 0;  // group, counted block: the int32 that counts
+
+  // 2011 Fast codec. A field without a first-record default is always written in the first
+  // record of a message or section, so that any peer reads it whatever default it assumes.
+  TextForm text = TextForm::LengthPrefixed;
+  BaseForm baseForm = BaseForm::Constant;
+  bool hasDefault = false;
+  bool dictionary = false;        // one of the repeated group of a dictionary layout
+  std::int64_t base = 0;          // Constant: the base; Previous: the first record's base
+  std::uint32_t baseOffset = 0;   // Field: offset of the base field
+  std::int64_t defaultValue = 0;  // first-record default of chars, integers and doubles
 };
 
 struct Layout {
@@ -48,20 +72,28 @@ struct Layout {
   std::uint32_t size = 0;    // record size
   const Field* fields = nullptr;
   std::uint16_t fieldCount = 0;
-  bool rotated = false;   // encoding order is not ascending offset
-  bool opaque = false;    // no record codec: records are copied, never encoded
+  bool rotated = false;          // encoding order is not ascending offset
+  bool opaque = false;           // no record codec: records are copied, never encoded
+  bool dictionary = false;       // 2011 Fast: repeated field groups go once, records by index
+  bool keepsSectionBit = false;  // 2011 Fast request restore ignores flags bit 1
+  // 2011 Fast: fields in a whole block, a dictionary entry and a reduced record (its index
+  // included); a counted group counts all its entries.
+  std::uint16_t fastFields[3] = {};
   std::string_view text;  // the row as written
+  std::string_view fast;  // the row's 2011 Fast attributes as written
 
   constexpr const Field* begin() const { return fields; }
   constexpr const Field* end() const { return fields + fieldCount; }
 };
 
-// One row of a layout table.
+// One row of a layout table: the fields, and the 2011 Fast attributes that differ from the
+// house rules (no first-record default, base 0, length-prefixed texts).
 struct LayoutRow {
   std::uint16_t number;
   std::uint8_t section;
   std::uint32_t size;
   std::string_view fields;
+  std::string_view fast = {};
 };
 
 namespace detail {
@@ -93,6 +125,14 @@ class Parser {
   constexpr bool peekDigit() {
     skip();
     return i_ < s_.size() && s_[i_] >= '0' && s_[i_] <= '9';
+  }
+  constexpr char character() {
+    if (i_ >= s_.size()) fail("layout text: character expected");
+    return s_[i_++];
+  }
+  constexpr bool peek(char c) {
+    skip();
+    return i_ < s_.size() && s_[i_] == c;
   }
   constexpr std::uint32_t number() {
     if (!peekDigit()) fail("layout text: number expected");
@@ -244,6 +284,95 @@ constexpr TextFlags walk(std::string_view text, Sink&& sink) {
   return flags;
 }
 
+// The 2011 Fast column: entries separated by semicolons, each a layout attribute
+//   "dictionary OFFSET OFFSET ..."  the fields of the repeated group of a dictionary layout
+//   "keeps section bit"             the request restore ignores flags bit 1
+// or "OFFSET: attribute ..." for the top-level field at that offset, with the attributes
+//   = 'c', = N      first-record default of a char, an integer or a (whole) double
+//   = ""            first-record default of a text: the empty text
+//   base N          subtracted before writing, added after reading
+//   base @OFFSET    the same, with the value of another field of the record
+//   delta N         the same, with the previous record's value (N for the first record)
+//   stop-bit        text written as stop-bit characters (7-bit text only)
+//   exchange        three-character code, compacted by the exchange-code table
+struct FastFlags {
+  bool dictionary = false;
+  bool keepsSectionBit = false;
+};
+
+constexpr Field* fieldAt(Field* fields, std::size_t n, std::uint32_t offset) {
+  for (std::size_t i = 0; i < n; ++i) {
+    if (fields[i].offset == offset) return &fields[i];
+    if (fields[i].kind == Kind::Group) i += fields[i].members;
+  }
+  fail("fast attributes: no field at that offset");
+  return nullptr;
+}
+
+constexpr std::int64_t signedNumber(Parser& p) {
+  bool negative = p.eat("-");
+  std::int64_t v = p.number();
+  return negative ? -v : v;
+}
+
+// Applies a row's 2011 attributes to its fields (when given) and returns the layout's own.
+constexpr FastFlags applyFast(std::string_view text, Field* fields, std::size_t n) {
+  FastFlags flags;
+  Parser p(text);
+  bool first = true;
+  while (!p.done()) {
+    if (!first) p.expect(";");
+    first = false;
+    if (p.eat("keeps section bit")) {
+      flags.keepsSectionBit = true;
+      continue;
+    }
+    if (p.eat("dictionary")) {
+      flags.dictionary = true;
+      while (p.peekDigit()) {
+        std::uint32_t offset = p.number();
+        if (fields) fieldAt(fields, n, offset)->dictionary = true;
+      }
+      continue;
+    }
+    std::uint32_t offset = p.number();
+    p.expect(":");
+    Field scratch;
+    Field& f = fields ? *fieldAt(fields, n, offset) : scratch;
+    do {
+      if (p.eat("=")) {
+        f.hasDefault = true;
+        if (p.eat("'")) {
+          f.defaultValue = static_cast<unsigned char>(p.character());
+          p.expect("'");
+        } else if (p.eat("\"\"")) {
+          f.defaultValue = 0;
+        } else {
+          f.defaultValue = signedNumber(p);
+        }
+      } else if (p.eat("base @")) {
+        f.baseForm = BaseForm::Field;
+        f.baseOffset = p.number();
+      } else if (p.eat("base")) {
+        f.baseForm = BaseForm::Constant;
+        f.base = signedNumber(p);
+      } else if (p.eat("delta")) {
+        f.baseForm = BaseForm::Previous;
+        f.base = signedNumber(p);
+      } else if (p.eat("stop-bit")) {
+        f.text = TextForm::StopBit;
+      } else if (p.eat("exchange")) {
+        // Three characters and a terminator: the decoder writes four bytes.
+        if (fields && f.width != 4) fail("fast attributes: an exchange code is 4 bytes wide");
+        f.text = TextForm::ExchangeCode;
+      } else {
+        fail("fast attributes: unknown attribute");
+      }
+    } while (!p.done() && !p.peek(';'));
+  }
+  return flags;
+}
+
 constexpr std::size_t countFields(std::string_view text) {
   std::size_t n = 0;
   walk(text, [&](const Field&) { ++n; });
@@ -264,7 +393,11 @@ template <std::size_t Total, std::size_t Rows>
 constexpr std::array<Field, Total> parseFields(const std::array<LayoutRow, Rows>& rows) {
   std::array<Field, Total> fields{};
   std::size_t at = 0;
-  for (const LayoutRow& r : rows) detail::walk(r.fields, [&](const Field& f) { fields[at++] = f; });
+  for (const LayoutRow& r : rows) {
+    std::size_t first = at;
+    detail::walk(r.fields, [&](const Field& f) { fields[at++] = f; });
+    detail::applyFast(r.fast, fields.data() + first, at - first);
+  }
   return fields;
 }
 
@@ -285,14 +418,25 @@ constexpr std::array<Layout, Rows> bindLayouts(const std::array<LayoutRow, Rows>
     l.rotated = flags.rotated;
     l.opaque = flags.opaque;
     l.text = rows[i].fields;
+    const detail::FastFlags fast = detail::applyFast(rows[i].fast, nullptr, 0);
+    l.dictionary = fast.dictionary;
+    l.keepsSectionBit = fast.keepsSectionBit;
+    l.fast = rows[i].fast;
+    l.fastFields[2] = 1;  // the dictionary index
+    for (const Field* f = l.fields; f != l.fields + n; ++f) {
+      const bool grouped = f->kind == Kind::Group;
+      const int times = grouped ? f->repeat : 1;
+      for (const Field* g = grouped ? f + 1 : f; g != f + 1 + (grouped ? f->members : 0); ++g) {
+        l.fastFields[0] += times;
+        l.fastFields[g->dictionary ? 1 : 2] += times;
+      }
+      if (grouped) f += f->members;
+    }
+    if (l.dictionary && l.fastFields[1] == 0) detail::fail("fast attributes: empty dictionary");
     at += n;
   }
   return layouts;
 }
-
-}  // namespace trdcomp::records
-
-namespace trdcomp::records {
 
 // The layouts of one answer routine, one per section in section order.
 struct AnswerLayout {

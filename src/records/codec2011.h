@@ -1,0 +1,39 @@
+// The 2011 Fast record codec: one block encoder and one block decoder that interpret any layout.
+//
+// A block is a presence map followed by the present fields. Field j of the block owns bit
+// 0x40 >> (j % 7) of map byte j / 7; bit 0x80 marks the map's last byte. A field is present when
+// it differs from the same field of the previous record (for the first record: from its
+// default, and always when it has none); an absent field is restored from there.
+#pragma once
+
+#include <cstdint>
+
+#include "primitives/bytes.h"
+#include "records/layout.h"
+
+namespace trdcomp::records {
+
+// Which fields a block carries: all of them; the repeated group of a dictionary layout (a
+// dictionary entry); or, behind a 16-bit dictionary index, the fields outside the group.
+enum class Part : std::uint8_t { Whole, Group, Reduced };
+
+// The record a block is compared with or restored from.
+struct Previous {
+  const InView* record = nullptr;  // null for the first record of a message or section
+  std::uint16_t index = 0;         // its dictionary index (Part::Reduced)
+};
+
+// Encodes the block of record `current` at `out` and returns the bytes written (map included).
+std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
+                         std::uint16_t index, const Previous& previous, u8* out);
+
+// Decodes a block of `length` bytes (`in` views from its first byte) into `record`, which has
+// `room` writable bytes; `previous` is the previously restored record (view of the output) or
+// none. Returns the block's dictionary index (Part::Reduced), else 0.
+std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
+                         u8* record, std::int64_t room, const Previous& previous);
+
+// Bytes of the map of a block of `part`.
+int mapLength(const Layout& layout, Part part);
+
+}  // namespace trdcomp::records
