@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "primitives/bytes.h"
+#include "primitives/raw.h"
 #include "records/codec2008.h"
 
 namespace trdcomp::codec2008 {
@@ -35,12 +36,7 @@ int packRequest(const records::Layout& layout, char* out, int& outLen, const cha
                 int bodyLen, char flag) {
   if (layout.opaque) return 1;  // a record without codec is never sent
   u8* o = reinterpret_cast<u8*>(out);
-  // A body shorter than one record goes as it is, flags untouched.
-  if (static_cast<std::uint32_t>(bodyLen) < layout.size) {
-    if (bodyLen > 0) std::memcpy(o + outLen, body, static_cast<std::size_t>(bodyLen));
-    outLen += bodyLen;
-    return 1;
-  }
+  if (appendShortBody(o, outLen, body, bodyLen, layout.size)) return 1;
   std::int32_t count = loadI32(o + 68);
   if (count >= 1)
     packRecords(layout, InView(body, bodyLen), count, loadI32(o + 72), o, outLen, flag);
@@ -50,7 +46,8 @@ int packRequest(const records::Layout& layout, char* out, int& outLen, const cha
 
 int restoreRequest(const records::Layout& layout, const char* inBytes, int inLen, char** out,
                    int& outLen, char flag) {
-  InView in(inBytes, inLen);
+  if (!out) return 0;
+  const InView in(inBytes, inLen);
   const u8 flags = in.at(8);
   if (flags & 2) return 0;
   const std::int32_t count = in.i32(68);
@@ -61,24 +58,19 @@ int restoreRequest(const records::Layout& layout, const char* inBytes, int inLen
   u8* o = allocateZeroed(room);
   if (!o) return 0;
   in.copyAvailable(o, 0, kRequestHeader);
-  // Packed records start at the header length the sender wrote; raw records always at 76.
-  std::int64_t pos = in.u32(0);
-  const std::int32_t senderSize = in.i32(72);
-  const std::int64_t rawCopy = std::min<std::int64_t>(static_cast<std::uint32_t>(senderSize), size);
-  for (std::int64_t i = 0; i < count; ++i) {
-    u8* record = o + kRequestHeader + i * size;
-    if (flags & 1) {
-      if (!in.has(pos)) break;  // the records past the input stay zero
+  if (flags & 1) {
+    // Packed records start at the header length the sender wrote, raw ones always at 76.
+    std::int64_t pos = in.u32(0);
+    for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
+      u8* record = o + kRequestHeader + i * size;
       const std::uint32_t packed = in.u32(pos);
       if (!layout.opaque)
         records::decode2008(layout, in.from(pos + 4), static_cast<std::int32_t>(packed), record,
                             o + room - record, flag);
       pos += 4 + static_cast<std::int64_t>(packed);
-    } else {
-      const std::int64_t from = kRequestHeader + i * senderSize;
-      if (senderSize > 0 && from >= in.size()) break;
-      in.copyAvailable(record, from, rawCopy);
     }
+  } else {
+    copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size);
   }
   storeU32(o, kRequestHeader);
   storeU32(o + 72, layout.size);
@@ -101,6 +93,7 @@ int packAnswer(const records::AnswerLayout& layout, char* out, int& outLen, cons
 
 int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int inLen, char** out,
                   int& outLen, char flag) {
+  if (!out) return 0;
   InView in(inBytes, inLen);
   const u8 flags = in.at(8);
   std::int64_t pos = in.u32(0);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "primitives/bytes.h"
+#include "primitives/raw.h"
 #include "records/codec2011.h"
 
 namespace trdcomp::codec2011 {
@@ -180,11 +181,7 @@ int packRequest(const Layout& layout, char* out, int& outLen, const char* body, 
                 int nibble) {
   if (layout.opaque) return 1;  // a record without codec is never sent
   u8* o = reinterpret_cast<u8*>(out);
-  if (static_cast<std::uint32_t>(bodyLen) < layout.size) {
-    if (bodyLen > 0) std::memcpy(o + outLen, body, static_cast<std::size_t>(bodyLen));
-    outLen += bodyLen;
-    return 1;
-  }
+  if (appendShortBody(o, outLen, body, bodyLen, layout.size)) return 1;
   if (nibble < 1) return 1;
   // The count travels in 16 bits, and only that many records are sent.
   const std::uint16_t count = static_cast<std::uint16_t>(loadI32(o + 68));
@@ -211,14 +208,7 @@ int restoreRequest(const Layout& layout, const char* inBytes, int inLen, char** 
   if (!o) return 0;
   in.copyAvailable(o, 0, kRequestHeader);
   if (!(flags & 1)) {
-    // Raw records, always from offset 76, cut to the layout's size.
-    const std::int32_t senderSize = in.i32(72);
-    const std::int64_t copy = std::min<std::int64_t>(static_cast<std::uint32_t>(senderSize), size);
-    for (std::int64_t i = 0; i < count; ++i) {
-      const std::int64_t from = kRequestHeader + i * senderSize;
-      if (senderSize > 0 && from >= in.size()) break;
-      in.copyAvailable(o + kRequestHeader + i * size, from, copy);
-    }
+    copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size);
   } else if (nibble >= 1) {
     std::int64_t pos = in.u32(0);
     if (in.u16(pos) != count) return 0;  // the buffer is the caller's to release
