@@ -3,6 +3,7 @@
 // either way, and throughput stays above 100 MB/s of raw records for the large answers.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "TrdCompData.h"
@@ -10,94 +11,94 @@
 
 namespace {
 
+using trdcomp::samples::Bytes;
+
 constexpr std::uint32_t kSeed = 2026;
 
-// Arguments: function number, codec nibble, records.
-void PackRequest(benchmark::State& state) {
-  auto sample = trdcomp::samples::makeRequest(static_cast<std::uint32_t>(state.range(0)),
-                                              static_cast<int>(state.range(1)),
-                                              static_cast<int>(state.range(2)), kSeed);
-  const int raw = static_cast<int>(sizeof(tagREQ_HEAD) + sample.body.size());
-  std::vector<char> out(static_cast<std::size_t>(trdcomp::samples::packRoom(raw)));
-  int length = 0;
-  for (auto _ : state) {
-    std::fill(out.begin(), out.begin() + length, 0);  // blocks are added into zeroed slots
-    CTrdCompData::PackReq2008(out.data(), length, &sample.head, sample.body.data(),
-                              static_cast<int>(sample.body.size()), 0);
-    benchmark::DoNotOptimize(out.data());
+char* chars(Bytes& b) {
+  return b.empty() ? nullptr : reinterpret_cast<char*>(b.data());
+}
+
+// A sample message of the arguments (function number, codec nibble, records), and its packing
+// into a reused zero-filled buffer (the 2011 packer adds block lengths into their slots).
+struct Message {
+  explicit Message(const benchmark::State& state)
+      : nibble(static_cast<int>(state.range(1))),
+        request(trdcomp::samples::makeRequest(static_cast<std::uint32_t>(state.range(0)), nibble,
+                                              static_cast<int>(state.range(2)), kSeed)),
+        answer(trdcomp::samples::makeAnswer(static_cast<std::uint32_t>(state.range(0)), nibble != 0,
+                                            static_cast<int>(state.range(2)), kSeed)) {
+    requestRaw = sizeof(tagREQ_HEAD) + request.body.size();
+    for (const Bytes& s : answer.sections) answerRaw += s.size();
+    out.resize(2 * std::max(requestRaw, answerRaw) + 4096);
   }
-  state.SetBytesProcessed(state.iterations() * raw);
-  state.counters["ratio"] = static_cast<double>(length) / raw;
+  void packRequest() {
+    std::fill(out.begin(), out.begin() + length, 0);
+    CTrdCompData::PackReq2008(chars(out), length, &request.head, chars(request.body),
+                              static_cast<int>(request.body.size()), 0);
+  }
+  void packAnswer() {
+    std::fill(out.begin(), out.begin() + length, 0);
+    auto& s = answer.sections;
+    CTrdCompData::PackAns2008(chars(out), static_cast<int>(out.size()), length, &answer.proc,
+                              chars(s[0]), chars(s[1]), chars(s[2]), chars(s[3]), chars(s[4]), 0,
+                              nibble << 4);
+  }
+
+  int nibble;
+  trdcomp::samples::Request request;
+  trdcomp::samples::Answer answer;
+  std::size_t requestRaw = 0, answerRaw = 96;
+  Bytes out;
+  int length = 0;
+};
+
+template <class Restore>
+void restoreLoop(benchmark::State& state, Restore restore, Message& m, std::size_t raw) {
+  for (auto _ : state) {
+    char* out = nullptr;
+    int restored = 0;
+    restore(chars(m.out), m.length, &out, restored, 0);
+    benchmark::DoNotOptimize(out);
+    CTrdCompData::ReleaseAnsData(out);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(raw));
+}
+
+void PackRequest(benchmark::State& state) {
+  Message m(state);
+  for (auto _ : state) {
+    m.packRequest();
+    benchmark::DoNotOptimize(m.out.data());
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(m.requestRaw));
+  state.counters["ratio"] = static_cast<double>(m.length) / static_cast<double>(m.requestRaw);
 }
 
 void RestoreRequest(benchmark::State& state) {
-  auto sample = trdcomp::samples::makeRequest(static_cast<std::uint32_t>(state.range(0)),
-                                              static_cast<int>(state.range(1)),
-                                              static_cast<int>(state.range(2)), kSeed);
-  const int raw = static_cast<int>(sizeof(tagREQ_HEAD) + sample.body.size());
-  std::vector<char> packed(static_cast<std::size_t>(trdcomp::samples::packRoom(raw)));
-  int length = 0;
-  CTrdCompData::PackReq2008(packed.data(), length, &sample.head, sample.body.data(),
-                            static_cast<int>(sample.body.size()), 0);
-  for (auto _ : state) {
-    char* out = nullptr;
-    int restored = 0;
-    CTrdCompData::RestoreReq2008(packed.data(), length, &out, restored, 0);
-    benchmark::DoNotOptimize(out);
-    CTrdCompData::ReleaseAnsData(out);
-  }
-  state.SetBytesProcessed(state.iterations() * raw);
-}
-
-struct PackedAnswer {
-  trdcomp::samples::Answer sample;
-  std::vector<char> out;
-  int raw = 96, length = 0;
-};
-
-PackedAnswer packAnswer(const benchmark::State& state) {
-  PackedAnswer a{trdcomp::samples::makeAnswer(static_cast<std::uint32_t>(state.range(0)),
-                                              state.range(1) != 0,
-                                              static_cast<int>(state.range(2)), kSeed),
-                 {}};
-  for (auto& s : a.sample.sections) a.raw += static_cast<int>(s.size());
-  a.out.resize(static_cast<std::size_t>(trdcomp::samples::packRoom(a.raw)));
-  return a;
-}
-
-void pack(PackedAnswer& a, int nibble) {
-  std::fill(a.out.begin(), a.out.begin() + a.length, 0);
-  CTrdCompData::PackAns2008(a.out.data(), static_cast<int>(a.out.size()), a.length,
-                            &a.sample.proc, a.sample.section(0), a.sample.section(1),
-                            a.sample.section(2), a.sample.section(3), a.sample.section(4), 0,
-                            nibble << 4);
+  Message m(state);
+  m.packRequest();
+  restoreLoop(state, CTrdCompData::RestoreReq2008, m, m.requestRaw);
 }
 
 void PackAnswer(benchmark::State& state) {
-  PackedAnswer a = packAnswer(state);
+  Message m(state);
   for (auto _ : state) {
-    pack(a, static_cast<int>(state.range(1)));
-    benchmark::DoNotOptimize(a.out.data());
+    m.packAnswer();
+    benchmark::DoNotOptimize(m.out.data());
   }
-  state.SetBytesProcessed(state.iterations() * a.raw);
-  state.counters["ratio"] = static_cast<double>(a.length) / a.raw;
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(m.answerRaw));
+  state.counters["ratio"] = static_cast<double>(m.length) / static_cast<double>(m.answerRaw);
 }
 
 void RestoreAnswer(benchmark::State& state) {
-  PackedAnswer a = packAnswer(state);
-  pack(a, static_cast<int>(state.range(1)));
-  for (auto _ : state) {
-    char* out = nullptr;
-    int restored = 0;
-    CTrdCompData::RestoreAns2008(a.out.data(), a.length, &out, restored, 0);
-    benchmark::DoNotOptimize(out);
-    CTrdCompData::ReleaseAnsData(out);
-  }
-  state.SetBytesProcessed(state.iterations() * a.raw);
+  Message m(state);
+  m.packAnswer();
+  restoreLoop(state, CTrdCompData::RestoreAns2008, m, m.answerRaw);
 }
 
 // Requests: 1002 (short records), 1085 (long texts); answers: 1005 (one section), 1002 (three
-// sections with the delta section), 1024 (dictionary), in both codecs.
+// sections with the delta section), 1024 (dictionary); both codecs.
 void requests(benchmark::internal::Benchmark* b) {
   for (int number : {1002, 1085})
     for (int nibble : {0, 1}) b->Args({number, nibble, 10});

@@ -8,10 +8,16 @@
 #include <vector>
 
 #include "records/layout.h"
+#include "samples.h"
 
 namespace trdcomp::test {
 
-using Bytes = std::vector<unsigned char>;
+using samples::Bytes;
+using samples::packAnswer;
+using samples::packRequest;
+using samples::restoreAnswer;
+using samples::Restored;
+using samples::restoreRequest;
 
 // "24 03" -> {0x24, 0x03}
 inline Bytes hex(const std::string& text) {
@@ -58,61 +64,6 @@ struct TestLayout {
 #include "TrdCompData.h"
 
 namespace trdcomp::test {
-
-// What a restore entry point handed back, copied out and released.
-struct Restored {
-  int result = -1;
-  int length = -1;
-  bool null = true;
-  Bytes bytes;  // the restored message (length bytes)
-};
-
-inline Restored restoreRequest(Bytes in, char flag = 0) {
-  Restored r;
-  char* out = nullptr;
-  r.result = CTrdCompData::RestoreReq2008(reinterpret_cast<char*>(in.data()),
-                                          static_cast<int>(in.size()), &out, r.length, flag);
-  r.null = out == nullptr;
-  if (out && r.length > 0) r.bytes.assign(out, out + r.length);
-  CTrdCompData::ReleaseAnsData(out);
-  return r;
-}
-
-inline Restored restoreAnswer(Bytes in, char flag = 0) {
-  Restored r;
-  char* out = nullptr;
-  r.result = CTrdCompData::RestoreAns2008(reinterpret_cast<char*>(in.data()),
-                                          static_cast<int>(in.size()), &out, r.length, flag);
-  r.null = out == nullptr;
-  if (out && r.length > 0) r.bytes.assign(out, out + r.length);
-  CTrdCompData::ReleaseAnsData(out);
-  return r;
-}
-
-inline Bytes packRequest(tagREQ_HEAD head, Bytes body, char flag = 0) {
-  Bytes out(2 * body.size() + 4096, 0);
-  int length = -1;
-  CTrdCompData::PackReq2008(reinterpret_cast<char*>(out.data()), length, &head,
-                            reinterpret_cast<char*>(body.data()), static_cast<int>(body.size()),
-                            flag);
-  out.resize(static_cast<std::size_t>(length));
-  return out;
-}
-
-inline Bytes packAnswer(tagANS_Proc proc, std::vector<Bytes> sections, char flag = 0,
-                        int codecSel = 0) {
-  std::size_t total = 0;
-  for (const Bytes& s : sections) total += s.size();
-  Bytes out(2 * total + 4096, 0);
-  char* sec[5] = {};
-  for (std::size_t i = 0; i < sections.size() && i < 5; ++i)
-    sec[i] = reinterpret_cast<char*>(sections[i].data());
-  int length = -1;
-  CTrdCompData::PackAns2008(reinterpret_cast<char*>(out.data()), static_cast<int>(out.size()),
-                            length, &proc, sec[0], sec[1], sec[2], sec[3], sec[4], flag, codecSel);
-  out.resize(static_cast<std::size_t>(length));
-  return out;
-}
 
 inline std::int32_t i32At(const Bytes& b, std::size_t at) {
   return static_cast<std::int32_t>(b[at] | b[at + 1] << 8 | b[at + 2] << 16 |

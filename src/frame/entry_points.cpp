@@ -102,19 +102,15 @@ int CTrdCompData::PackReq2008(char* out, int& outLen, tagREQ_HEAD* head, char* b
   const int nibble = nibbleOf(o[8]);
   const Entry* e = trdcomp::frame::find(trdcomp::loadU32(o + 4));
   switch (e ? e->requestForm : RequestForm::PassThrough) {
-    case RequestForm::HeaderOnly:
-      trdcomp::storeU32(o + 68, 0);
-      return 1;
-    case RequestForm::NoBody:
-      return 1;
+    case RequestForm::HeaderOnly: trdcomp::storeU32(o + 68, 0); return 1;
+    case RequestForm::NoBody: return 1;
     case RequestForm::Routine:
       if (nibble == 0)
         trdcomp::codec2008::packRequest(*e->request[0], out, outLen, body, bodyLen, flag);
       else
         trdcomp::codec2011::packRequest(*e->request[1], out, outLen, body, bodyLen, nibble);
       return 1;
-    case RequestForm::PassThrough:
-      break;
+    case RequestForm::PassThrough: break;
   }
   if (bodyLen > 0) {
     std::memcpy(out + kRequestHeader, body, static_cast<std::size_t>(bodyLen));
@@ -137,10 +133,8 @@ int CTrdCompData::RestoreReq2008(char* in, int inLen, char** out, int& outLen, c
       if (nibble == 0)
         return trdcomp::codec2008::restoreRequest(*e->request[0], in, inLen, out, outLen, flag);
       return trdcomp::codec2011::restoreRequest(*e->request[1], in, inLen, out, outLen, nibble);
-    case RequestForm::NoBody:
-      return 1;
-    case RequestForm::PassThrough:
-      break;
+    case RequestForm::NoBody: return 1;
+    case RequestForm::PassThrough: break;
   }
   // A packed body cannot pass through. A failed allocation still reports success with a null
   // buffer and the input length, as deployed callers expect.
@@ -182,9 +176,7 @@ int CTrdCompData::PackAns2008(char* out, int outSize, int& outLen, tagANS_Proc* 
   char* const sections[5] = {sec0, sec1, sec2, sec3, sec4};
   const Entry* e = trdcomp::frame::find(trdcomp::loadU32(o + 4));
   switch (e ? e->answerForm : AnswerForm::PassThrough) {
-    case AnswerForm::NoBody:
-      outLen = length;
-      return 0;
+    case AnswerForm::NoBody: outLen = length; return 0;
     case AnswerForm::Routine:
       if (nibble == 0)
         trdcomp::codec2008::packAnswer(*e->answerPack[0], out, length, proc, sections, flag);
@@ -192,8 +184,7 @@ int CTrdCompData::PackAns2008(char* out, int outSize, int& outLen, tagANS_Proc* 
         trdcomp::codec2011::packAnswer(*e->answerPack[1], out, length, proc, sections, nibble);
       outLen = length;
       return 0;
-    case AnswerForm::PassThrough:
-      break;
+    case AnswerForm::PassThrough: break;
   }
   return packRawAnswer(o, outLen, *proc, sections, nibble, tableSize, length);
 }
@@ -213,10 +204,8 @@ int CTrdCompData::RestoreAns2008(char* in, int inLen, char** out, int& outLen, c
                                                  flag);
       return trdcomp::codec2011::restoreAnswer(*e->answerRestore[1], in, inLen, out, outLen,
                                                nibble);
-    case AnswerForm::NoBody:
-      return 1;
-    case AnswerForm::PassThrough:
-      break;
+    case AnswerForm::NoBody: return 1;
+    case AnswerForm::PassThrough: break;
   }
   return restoreRawAnswer(view, out, outLen);
 }

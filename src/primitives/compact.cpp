@@ -135,14 +135,9 @@ int CKtNetCompressHelper::NCH_decompress_int_2Flags(char flags, char* in, int& v
   std::int32_t v = 0;
   int n = 0;
   switch (flags & 3) {
-    case 1:
-      v = b[0], n = 1;
-      break;
-    case 2:
-      v = trdcomp::loadU16(b), n = 2;
-      break;
-    default:
-      break;
+    case 1: v = b[0], n = 1; break;
+    case 2: v = trdcomp::loadU16(b), n = 2; break;
+    default: break;
   }
   value = (flags & 4) ? -v : v;
   return n;

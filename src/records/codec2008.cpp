@@ -29,28 +29,23 @@ std::uint32_t encodeField(const Field& f, const InView& record, std::int64_t bas
                           char flag) {
   std::int64_t at = base + f.offset;
   switch (f.kind) {
-    case Kind::Char:
-      out[0] = record.at(at);
-      return 1;
+    case Kind::Char: out[0] = record.at(at); return 1;
     case Kind::Text:
     case Kind::ShortText:
       // Measured up to the terminator, not bounded by the width: a text that fills its array
       // runs on into the next field, exactly as peers send it.
       return writeCounted(record, at, record.textLength(at), out);
-    case Kind::Block:
-      return writeCounted(record, at, f.width, out);
+    case Kind::Block: return writeCounted(record, at, f.width, out);
     case Kind::Int32:
       if (flag == 0) return static_cast<std::uint32_t>(compact::writeInt(out, record.i32(at)));
       if (flag == 1) return static_cast<std::uint32_t>(compact::writeInt64(out, record.i32(at)));
       return 0;
-    case Kind::Int64:
-      return static_cast<std::uint32_t>(compact::writeInt64(out, record.i64(at)));
+    case Kind::Int64: return static_cast<std::uint32_t>(compact::writeInt64(out, record.i64(at)));
     case Kind::Double:
       return static_cast<std::uint32_t>(compact::writeInt64(out, priceUnits(record.f64(at))));
     case Kind::CountedBlock:
       return writeCounted(record, at, clampCount(record.i32(base + f.countOffset), f.width), out);
-    case Kind::Group:
-      break;
+    case Kind::Group: break;
   }
   return 0;
 }
@@ -61,9 +56,7 @@ void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
   switch (f.kind) {
-    case Kind::Char:
-      *dst = in.at(pos++);
-      return;
+    case Kind::Char: *dst = in.at(pos++); return;
     case Kind::Text:
     case Kind::ShortText: {
       std::int32_t length = compact::readInt(in, pos);
@@ -99,8 +92,7 @@ void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record
     case Kind::Double:
       storeF64(dst, static_cast<double>(compact::readInt64(in, pos)) / 10000.0);
       return;
-    case Kind::Group:
-      return;
+    case Kind::Group: return;
   }
 }
 

@@ -58,30 +58,23 @@ bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
 
 bool differs(const Field& f, const InView& a, const InView& b, std::int64_t at) {
   switch (f.kind) {
-    case Kind::Double:
-      return !(a.f64(at) == b.f64(at));  // NaN always differs
+    case Kind::Double: return !(a.f64(at) == b.f64(at));  // NaN always differs
     case Kind::Text:
     case Kind::ShortText:
       return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX);
-    default:
-      return bytesDiffer(a, b, at, f.width);
+    default: return bytesDiffer(a, b, at, f.width);
   }
 }
 
 bool differsFromDefault(const Field& f, const InView& r, std::int64_t at) {
   if (!f.hasDefault) return true;
   switch (f.kind) {
-    case Kind::Char:
-      return r.at(at) != static_cast<u8>(f.defaultValue);
-    case Kind::Int32:
-      return r.i32(at) != static_cast<std::int32_t>(f.defaultValue);
-    case Kind::Int64:
-      return r.i64(at) != f.defaultValue;
-    case Kind::Double:
-      return !(r.f64(at) == static_cast<double>(f.defaultValue));
+    case Kind::Char: return r.at(at) != static_cast<u8>(f.defaultValue);
+    case Kind::Int32: return r.i32(at) != static_cast<std::int32_t>(f.defaultValue);
+    case Kind::Int64: return r.i64(at) != f.defaultValue;
+    case Kind::Double: return !(r.f64(at) == static_cast<double>(f.defaultValue));
     case Kind::Text:
-    case Kind::ShortText:
-      return r.at(at) != 0;  // the default text is the empty one
+    case Kind::ShortText: return r.at(at) != 0;  // the default text is the empty one
     default:
       for (std::int64_t i = 0; i < f.width; ++i)
         if (r.at(at + i)) return true;  // the default block is all zero bytes
@@ -98,8 +91,7 @@ std::int64_t baseOf(const Field& f, const InView& record, const InView* previous
     case BaseForm::Previous:
       if (!previous) return f.base;
       return f.kind == Kind::Int32 ? previous->i32(at) : previous->i64(at);
-    case BaseForm::Constant:
-      break;
+    case BaseForm::Constant: break;
   }
   return f.base;
 }
@@ -130,8 +122,7 @@ std::uint32_t writeText(const Field& f, const InView& r, std::int64_t at, u8* ou
 std::uint32_t writeField(const Field& f, const InView& r, const InView* previous, std::int64_t at,
                          u8* out) {
   switch (f.kind) {
-    case Kind::Char:
-      return stopbit::writeInt64(out, static_cast<signed char>(r.at(at)));
+    case Kind::Char: return stopbit::writeInt64(out, static_cast<signed char>(r.at(at)));
     case Kind::Int32: {
       const auto base = static_cast<std::uint32_t>(baseOf(f, r, previous, at));
       return stopbit::writeInt64(
@@ -142,11 +133,9 @@ std::uint32_t writeField(const Field& f, const InView& r, const InView* previous
       return stopbit::writeInt64(
           out, static_cast<std::int64_t>(static_cast<std::uint64_t>(r.i64(at)) - base));
     }
-    case Kind::Double:
-      return stopbit::writeInt64(out, stopbit::decimalUnits(r.f64(at)));
+    case Kind::Double: return stopbit::writeInt64(out, stopbit::decimalUnits(r.f64(at)));
     case Kind::Text:
-    case Kind::ShortText:
-      return writeText(f, r, at, out);
+    case Kind::ShortText: return writeText(f, r, at, out);
     case Kind::Block:
     case Kind::CountedBlock: {
       std::int64_t n = f.width;
@@ -156,8 +145,7 @@ std::uint32_t writeField(const Field& f, const InView& r, const InView* previous
       r.copyOut(out + k, at, n);
       return static_cast<std::uint32_t>(k + n);
     }
-    case Kind::Group:
-      break;
+    case Kind::Group: break;
   }
   return 0;
 }
@@ -184,9 +172,7 @@ void readField(const Field& f, const InView& in, std::int64_t& pos, u8* record, 
                std::int64_t at) {
   u8* dst = record + at;
   switch (f.kind) {
-    case Kind::Char:
-      *dst = static_cast<u8>(stopbit::readSigned<std::int32_t>(in, pos));
-      return;
+    case Kind::Char: *dst = static_cast<u8>(stopbit::readSigned<std::int32_t>(in, pos)); return;
     case Kind::Int32:
     case Kind::Int64: {
       std::int64_t base = f.base;
@@ -203,19 +189,14 @@ void readField(const Field& f, const InView& in, std::int64_t& pos, u8* record, 
                           static_cast<std::uint64_t>(base));
       return;
     }
-    case Kind::Double:
-      storeF64(dst, stopbit::readDecimal3(in, pos));
-      return;
+    case Kind::Double: storeF64(dst, stopbit::readDecimal3(in, pos)); return;
     case Kind::Text:
-    case Kind::ShortText:
-      readText(f, in, pos, dst);
-      return;
+    case Kind::ShortText: readText(f, in, pos, dst); return;
     case Kind::Block:
     case Kind::CountedBlock:
       pos += stopbit::readBinData(in, pos, dst, static_cast<int>(f.width));
       return;
-    case Kind::Group:
-      return;
+    case Kind::Group: return;
   }
 }
 
@@ -223,20 +204,11 @@ void readField(const Field& f, const InView& in, std::int64_t& pos, u8* record, 
 void setDefault(const Field& f, u8* dst) {
   if (!f.hasDefault) return;
   switch (f.kind) {
-    case Kind::Char:
-      *dst = static_cast<u8>(f.defaultValue);
-      return;
-    case Kind::Int32:
-      storeI32(dst, static_cast<std::int32_t>(f.defaultValue));
-      return;
-    case Kind::Int64:
-      storeU64(dst, static_cast<std::uint64_t>(f.defaultValue));
-      return;
-    case Kind::Double:
-      storeF64(dst, static_cast<double>(f.defaultValue));
-      return;
-    default:
-      return;
+    case Kind::Char: *dst = static_cast<u8>(f.defaultValue); return;
+    case Kind::Int32: storeI32(dst, static_cast<std::int32_t>(f.defaultValue)); return;
+    case Kind::Int64: storeU64(dst, static_cast<std::uint64_t>(f.defaultValue)); return;
+    case Kind::Double: storeF64(dst, static_cast<double>(f.defaultValue)); return;
+    default: return;
   }
 }
 
