@@ -19,38 +19,36 @@ Bytes body(const Bytes& message, std::size_t header) {
   return Bytes(message.begin() + static_cast<long>(header), message.end());
 }
 
-TEST(Fast, RequestOfDefaultsIsFourBytes) {
-  Bytes rec(83, 0);
-  rec[0] = 'A', rec[1] = 11;
-  Bytes second = rec;
-  std::memcpy(&second[3], "600036", 6);
-  Bytes records = rec;
-  records.insert(records.end(), second.begin(), second.end());
-  Bytes packed = packRequest(requestHead(1002, 2, 83, 0x10), records);
-  EXPECT_EQ(packed[8], 0x11);
-  // count 2; the first block is the map 8E and three empty texts; the second carries the text.
-  EXPECT_EQ(hexOf(body(packed, 76)), "02 00 04 00 8E 80 80 80 08 00 88 86 36 30 30 30 33 36");
-  Restored r = restoreRequest(packed);
-  ASSERT_EQ(r.result, 1);
-  EXPECT_EQ(hexOf(body(r.bytes, 76)), hexOf(records));
+Bytes repeat(const Bytes& record, int times) {
+  Bytes out;
+  for (int i = 0; i < times; ++i) out.insert(out.end(), record.begin(), record.end());
+  return out;
 }
 
-TEST(Fast, AnswerDeltaSectionAndMapOnlyBlocks) {
-  Bytes s2 = hex("E8 03 00 00 E8 03 00 00 E7 03 00 00");  // 1000, 1000, 999
-  Bytes packed = packAnswer(answerProc(1002, {{0, 184}, {0, 92}, {3, 4}}), {{}, {}, s2}, 0, 0x10);
+TEST(Fast, WorkedExamples) {
+  // Request 1002: a first record at its defaults ('A', 11, 0) with three empty texts is the map
+  // 8E and three empty texts; the second record carries only what changed.
+  Bytes records = repeat(hex("41 0B 00"), 1);
+  records.resize(83);
+  records = repeat(records, 2);
+  std::memcpy(&records[83 + 3], "600036", 6);
+  Bytes packed = packRequest(requestHead(1002, 2, 83, 0x10), records);
+  EXPECT_EQ(packed[8], 0x11);
+  EXPECT_EQ(hexOf(body(packed, 76)), "02 00 04 00 8E 80 80 80 08 00 88 86 36 30 30 30 33 36");
+  EXPECT_EQ(hexOf(body(restoreRequest(packed).bytes, 76)), hexOf(records));
+
+  // Answer 1002's delta section, 1000, 1000, 999: C0 80, then 80 alone, then C0 FF.
+  Bytes s2 = hex("E8 03 00 00 E8 03 00 00 E7 03 00 00");
+  packed = packAnswer(answerProc(1002, {{0, 184}, {0, 92}, {3, 4}}), {{}, {}, s2}, 0, 0x10);
   EXPECT_EQ(hexOf(body(packed, 96)), "00 00 00 00 03 00 02 00 C0 80 01 00 80 02 00 C0 FF");
   Restored r = restoreAnswer(packed);
-  ASSERT_EQ(r.result, 1);
-  EXPECT_EQ(hexOf(&r.bytes[96], 28),
-            hexOf(hex("1C 0 0 0 0 0 0 0 B8 0 0 0 0 0 0 0 5C 0 0 0 3 0 0 0 4 0 0 0")));
-  EXPECT_EQ(hexOf(body(r.bytes, 124)), hexOf(s2));
+  EXPECT_EQ(hexOf(body(r.bytes, 96)),
+            hexOf(concat(hex("1C 0 0 0 0 0 0 0 B8 0 0 0 0 0 0 0 5C 0 0 0 3 0 0 0 4 0 0 0"), s2)));
 
   // Records that repeat the first pack to one full block and map-only blocks.
-  Bytes rec(40, 0);
-  std::memcpy(rec.data(), "same", 4);
-  Bytes three = rec;
-  for (int i = 0; i < 2; ++i) three.insert(three.end(), rec.begin(), rec.end());
-  packed = packAnswer(answerProc(1009, {{3, 40}}), {three}, 0, 0x10);
+  Bytes same(40, 0);
+  std::memcpy(same.data(), "same", 4);
+  packed = packAnswer(answerProc(1009, {{3, 40}}), {repeat(same, 3)}, 0, 0x10);
   EXPECT_EQ(hexOf(body(packed, 96)), "03 00 07 00 E0 84 73 61 6D 65 80 01 00 80 01 00 80");
 }
 
@@ -68,69 +66,55 @@ TEST(Fast, CountsTravelInSixteenBits) {
   packed = packAnswer(answerProc(1002, {{0, 184}, {0, 92}, {many, 4}}),
                       {{}, {}, Bytes(4 * many, 0)}, 0, 0x10);
   Restored r = restoreAnswer(packed);
-  ASSERT_EQ(r.result, 1);
   EXPECT_EQ(i32At(r.bytes, 116), 1);
   EXPECT_EQ(r.bytes.size(), 124u + 4);
 }
 
 TEST(Fast, MapWithoutStopBitMeansEveryFieldAbsent) {
+  // Request 1005: a first record, then a block of one byte without the stop bit: a copy of the
+  // first record. As the first record, that block gives the defaults: all zero here.
   Bytes rec(145, 0);
   std::memcpy(&rec[1], "account", 7);
-  Bytes records = rec;
-  records.insert(records.end(), rec.begin(), rec.end());
-  records[145 + 1] = 'X';  // the second record differs, so its block carries a field
-  Bytes packed = packRequest(requestHead(1005, 2, 145, 0x10), records);
-  // Replace the second block by one byte without the stop bit: a copy of the first record.
-  std::size_t second = 76 + 2 + 2 + trdcomp::loadU16(&packed[78]);
-  packed.resize(second);
-  packed.insert(packed.end(), {0x01, 0x00, 0x7F});
-  Restored r = restoreRequest(packed);
-  ASSERT_EQ(r.result, 1);
-  EXPECT_EQ(hexOf(&r.bytes[76 + 145], 145), hexOf(rec));
-  // As the first record it takes the defaults: all zero here.
-  Bytes first = packRequest(requestHead(1005, 1, 145, 0x10), rec);
-  first.resize(78);
-  first.insert(first.end(), {0x01, 0x00, 0x7F});
-  EXPECT_EQ(hexOf(&restoreRequest(first).bytes[76], 145), hexOf(Bytes(145, 0)));
+  Bytes packed = packRequest(requestHead(1005, 1, 145, 0x10), rec);
+  putI32(packed, 68, 2);
+  packed[76] = 2;
+  Bytes copy = concat(packed, hex("01 00 7F"));
+  EXPECT_EQ(hexOf(body(restoreRequest(copy).bytes, 76)), hexOf(repeat(rec, 2)));
+  packed.resize(78);
+  packed[76] = 1;
+  putI32(packed, 68, 1);
+  EXPECT_EQ(hexOf(body(restoreRequest(concat(packed, hex("01 00 7F"))).bytes, 76)),
+            hexOf(Bytes(145, 0)));
 }
 
 TEST(Fast, SectionBitRefusedExceptWhereTheLayoutKeepsIt) {
   for (auto [number, size, result] :
        {std::tuple{1002u, 83, 0}, {1010u, 238, 1}, {1101u, 256, 1}, {1013u, 238, 1}}) {
-    Bytes packed =
-        packRequest(requestHead(number, 1, size, 0x10), Bytes(static_cast<std::size_t>(size), 0));
+    Bytes packed = packRequest(requestHead(number, 1, size, 0x10), Bytes(std::size_t(size), 0));
     packed[8] |= 2;
     EXPECT_EQ(restoreRequest(packed).result, result) << number;
   }
 }
 
-// Answer 1024: the first 66 bytes (a 32-byte text, two 16-byte texts, two codes) form the
-// dictionary group.
-Bytes record1024(const char* name, const char* account, char code, int quantity) {
-  Bytes r(243, 0);
-  std::memcpy(&r[0], name, std::strlen(name));
-  std::memcpy(&r[32], account, std::strlen(account));
-  r[64] = static_cast<unsigned char>(code);
-  putI32(r, 119, quantity);
-  return r;
-}
-
-TEST(Fast, DictionaryOfRepeatedAndDistinctGroups) {
+TEST(Fast, Dictionaries) {
+  // Answer 1025 (layout 1024): the first 66 bytes (a 32-byte text, two 16-byte texts, two codes)
+  // are the group. Groups A, B, A, A: two entries, no count ahead of them.
   Bytes records;
-  for (auto [name, code, qty] :
-       {std::tuple{"alpha", 'A', 1}, {"beta", 'B', 2}, {"alpha", 'A', 3}, {"alpha", 'A', 4}}) {
-    Bytes r = record1024(name, "acct-1", code, qty);
-    records.insert(records.end(), r.begin(), r.end());
+  for (auto [name, qty] : {std::pair{"alpha", 1}, {"beta", 2}, {"alpha", 3}, {"alpha", 4}}) {
+    Bytes r(243, 0);
+    std::memcpy(&r[0], name, std::strlen(name));
+    std::memcpy(&r[32], "acct-1", 6);
+    r[64] = static_cast<unsigned char>(name[0]);
+    putI32(r, 119, qty);
+    records = concat(records, r);
   }
   Bytes packed = packAnswer(answerProc(1025, {{4, 243}}), {records}, 0, 0x10);
   EXPECT_EQ(packed[8] & 3, 3);
-  EXPECT_EQ(hexOf(&packed[96], 2), "02 00");  // two distinct groups, no count ahead
+  EXPECT_EQ(hexOf(&packed[96], 2), "02 00");
   Restored r = restoreAnswer(packed);
-  ASSERT_EQ(r.result, 1);
   EXPECT_EQ(r.bytes[8] & 2, 0);
   EXPECT_EQ(hexOf(body(r.bytes, 96)), hexOf(records));
-
-  // An index past the entries, or a count that differs from the header's, is refused.
+  // A count that differs from the header's, or an index past the entries, is refused.
   Bytes bad = packed;
   putI32(bad, 88, 5);
   EXPECT_EQ(restoreAnswer(bad).result, 0);
@@ -142,25 +126,18 @@ TEST(Fast, DictionaryOfRepeatedAndDistinctGroups) {
   ASSERT_EQ(bad[pos + 1], 0x80);
   bad[pos + 1] = 0x82;
   EXPECT_EQ(restoreAnswer(bad).result, 0);
-}
 
-TEST(Fast, DictionaryInASecondSection) {
-  Bytes s0(139, 0), s1;
+  // Answer 1023 keeps its dictionary in section 1, behind the counts and section 0.
+  Bytes s0(139, 0), s1(242, 0);
   std::memcpy(s0.data(), "fund", 4);
-  for (int i = 0; i < 3; ++i) {
-    Bytes r(242, 0);
-    std::memcpy(&r[32], "holder", 6);
-    r[64] = '1', r[113] = 'S';
-    putI32(r, 130, i * 100);
-    s1.insert(s1.end(), r.begin(), r.end());
-  }
-  Bytes packed = packAnswer(answerProc(1023, {{1, 139}, {3, 242}}), {s0, s1}, 0, 0x10);
+  std::memcpy(&s1[32], "holder", 6);
+  s1[64] = '1', s1[113] = 'S';
+  s1 = repeat(s1, 3);
+  putI32(s1, 242 + 130, 100);
+  packed = packAnswer(answerProc(1023, {{1, 139}, {3, 242}}), {s0, s1}, 0, 0x10);
   EXPECT_EQ(packed[8] & 3, 3);  // bit 1 from the descriptor's two sections, bit 0 packed
   EXPECT_EQ(hexOf(&packed[96], 4), "01 00 03 00");
-  Restored r = restoreAnswer(packed);
-  ASSERT_EQ(r.result, 1);
-  EXPECT_EQ(hexOf(&r.bytes[96 + 20], 139), hexOf(s0));
-  EXPECT_EQ(hexOf(body(r.bytes, 96 + 20 + 139)), hexOf(s1));
+  EXPECT_EQ(hexOf(body(restoreAnswer(packed).bytes, 96 + 20)), hexOf(concat(s0, s1)));
 }
 
 struct FieldCase {
@@ -168,56 +145,52 @@ struct FieldCase {
   std::uint32_t size;
   const char* layout;
   const char* fast;
+  const char* previous;  // null for a first record
   const char* record;
-  const char* block;     // the first record's block
-  const char* restored;  // empty: the record itself
+  const char* block;
+  const char* restored;  // null: the record itself
 };
 
 TEST(Fast, FieldRules) {
+  // clang-format off
   const FieldCase cases[] = {
-      {"exchange code compacted", 4, "0: char[4] string", "0: exchange", "49 46 31 00", "C0 E6",
-       ""},
-      {"other code unchanged", 4, "0: char[4] string", "0: exchange", "41 42 43 00", "C0 41 42 C3",
-       ""},
-      {"long text cut to the width", 4, "0: char[4] string", "", "41 42 43 44 45 00",
-       "C0 84 41 42 43 44", "41 42 43 00"},
-      {"stop-bit text", 4, "0: char[4] string", "0: stop-bit", "41 42 00 00", "C0 41 C2", ""},
-      {"date base", 4, "0: int32 (flag)", "0: base 20110101", "15 DB 32 01", "C0 80", ""},
-      {"base from another field", 8, "0: 2 x int32 (flag)", "4: base @0", "10 00 00 00 12 00 00 00",
-       "E0 90 82", ""},
-      {"default met is absent", 2, "0: 2 x char", "0: = 'A'; 1: = 11", "41 0B", "80", ""},
-      {"default missed is written", 2, "0: 2 x char", "0: = 'A'; 1: = 11", "41 FF", "A0 FF", ""},
-      {"negative price moves toward zero", 8, "0: double", "", "8D 97 6E 12 83 C0 F3 BF",
-       "C0 76 AE", "58 39 B4 C8 76 BE F3 BF"},
-      {"block whole", 3, "0: byte block [3]", "", "00 07 00", "C0 83 00 07 00", ""},
-  };
+      {"exchange code compacted", 4, "0: char[4] string", "0: exchange", nullptr, "49 46 31 00", "C0 E6", nullptr},
+      {"other code unchanged", 4, "0: char[4] string", "0: exchange", nullptr, "41 42 43 00", "C0 41 42 C3", nullptr},
+      {"code compared on three characters", 4, "0: char[4] string", "0: exchange", "41 42 43 00", "41 42 43 00",
+       "80", nullptr},
+      {"text cut to the width", 4, "0: char[4] string", "", nullptr, "41 42 43 44 45 00", "C0 84 41 42 43 44",
+       "41 42 43 00"},
+      {"stop-bit text", 4, "0: char[4] string", "0: stop-bit", nullptr, "41 42 00 00", "C0 41 C2", nullptr},
+      {"date base", 4, "0: int32 (flag)", "0: base 20110101", nullptr, "15 DB 32 01", "C0 80", nullptr},
+      {"base from another field", 8, "0: 2 x int32 (flag)", "4: base @0", nullptr, "10 00 00 00 12 00 00 00",
+       "E0 90 82", nullptr},
+      {"delta from the previous record", 4, "0: int32 (flag)", "0: delta 1000", "E8 03 00 00", "E7 03 00 00",
+       "C0 FF", nullptr},
+      {"default met is absent", 2, "0: 2 x char", "0: = 'A'; 1: = 11", nullptr, "41 0B", "80", nullptr},
+      {"default missed is written", 2, "0: 2 x char", "0: = 'A'; 1: = 11", nullptr, "41 FF", "A0 FF", nullptr},
+      {"negative price moves toward zero", 8, "0: double", "", nullptr, "8D 97 6E 12 83 C0 F3 BF", "C0 76 AE",
+       "58 39 B4 C8 76 BE F3 BF"},  // -1.2345 comes back as -1.234
+      {"price change in the fourth decimal is sent", 8, "0: double", "", "8D 97 6E 12 83 C0 F3 3F",
+       "FE 43 FA ED EB C0 F3 3F", "C0 09 D2", "58 39 B4 C8 76 BE F3 3F"},  // and restores as 1.234
+      {"block whole", 3, "0: byte block [3]", "", nullptr, "00 07 00", "C0 83 00 07 00", nullptr},
+      {"same record: map alone", 3, "0: byte block [3]", "", "00 07 00", "00 07 00", "80", nullptr}};
+  // clang-format on
   for (const FieldCase& c : cases) {
-    TestLayout t(c.size, c.layout);
-    trdcomp::records::detail::applyFast(c.fast, t.fields.data(), t.fields.size());
-    t.layout.fastFields[0] = static_cast<std::uint16_t>(t.fields.size());
-    Bytes record = hex(c.record), out(64, 0);
-    std::uint32_t n = trdcomp::records::encode2011(
-        t.layout, Part::Whole, InView(record.data(), record.size()), 0, Previous{}, out.data());
+    const TestLayout t(c.size, c.layout, c.fast);
+    const Bytes record = hex(c.record), previous = hex(c.previous ? c.previous : "");
+    const InView before(previous.data(), previous.size());
+    const Previous chain{c.previous ? &before : nullptr};
+    Bytes out(64, 0);
+    const std::uint32_t n = trdcomp::records::encode2011(
+        t.layout, Part::Whole, InView(record.data(), record.size()), 0, chain, out.data());
     EXPECT_EQ(hexOf(out.data(), n), hexOf(hex(c.block))) << c.name;
     Bytes back(c.size + 8, 0xEE);
     trdcomp::records::decode2011(t.layout, Part::Whole, InView(out.data(), n), n, back.data(),
-                                 static_cast<std::int64_t>(back.size()), Previous{});
-    Bytes expected = hex(*c.restored ? c.restored : c.record);
+                                 static_cast<std::int64_t>(back.size()), chain);
+    Bytes expected = hex(c.restored ? c.restored : c.record);
     expected.resize(c.size);
     EXPECT_EQ(hexOf(back.data(), c.size), hexOf(expected)) << c.name;
   }
-}
-
-TEST(Fast, PriceChangingInTheFourthDecimalIsSentButRestoresUnchanged) {
-  TestLayout t(8, "0: double");
-  t.layout.fastFields[0] = 1;
-  Bytes a(8), b(8), out(32, 0);
-  trdcomp::storeF64(a.data(), 1.2345);
-  trdcomp::storeF64(b.data(), 1.2346);
-  InView previous(a.data(), 8);
-  std::uint32_t n = trdcomp::records::encode2011(t.layout, Part::Whole, InView(b.data(), 8), 0,
-                                                 Previous{&previous}, out.data());
-  EXPECT_EQ(hexOf(out.data(), n), "C0 09 D2");  // 1234 again
 }
 
 }  // namespace

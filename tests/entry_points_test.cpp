@@ -16,11 +16,6 @@ Bytes headerBytes(const tagREQ_HEAD& h) {
   return Bytes(p, p + sizeof h);
 }
 
-Bytes concat(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
 Bytes slice(const Bytes& b, std::size_t from, std::size_t n = std::string::npos) {
   return Bytes(b.begin() + static_cast<long>(from),
                n == std::string::npos ? b.end() : b.begin() + static_cast<long>(from + n));

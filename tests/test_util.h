@@ -43,19 +43,17 @@ inline std::string hexOf(const Bytes& b) {
   return hexOf(b.data(), b.size());
 }
 
-// A layout parsed at run time from its notation, for tests of the record codecs.
+// A layout parsed at run time from its notation and 2011 attributes, for tests of the record
+// codecs.
 struct TestLayout {
   std::vector<records::Field> fields;
   records::Layout layout;
-  TestLayout(std::uint32_t size, std::string_view text) {
-    records::detail::TextFlags flags =
-        records::detail::walk(text, [&](const records::Field& f) { fields.push_back(f); });
-    layout.size = size;
-    layout.fields = fields.data();
-    layout.fieldCount = static_cast<std::uint16_t>(fields.size());
-    layout.rotated = flags.rotated;
-    layout.opaque = flags.opaque;
-    layout.text = text;
+  TestLayout(std::uint32_t size, std::string_view text, std::string_view fast = {}) {
+    const records::LayoutRow row{0, 0, size, text, fast};
+    fields.resize(records::detail::countFields(text));
+    std::size_t at = 0;
+    records::parseRow(row, fields.data(), [&](const records::Field& f) { fields[at++] = f; });
+    layout = records::bindLayout(row, fields.data());
   }
 };
 
@@ -64,6 +62,11 @@ struct TestLayout {
 #include "TrdCompData.h"
 
 namespace trdcomp::test {
+
+inline Bytes concat(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
 
 inline std::int32_t i32At(const Bytes& b, std::size_t at) {
   return static_cast<std::int32_t>(b[at] | b[at + 1] << 8 | b[at + 2] << 16 |

@@ -389,15 +389,54 @@ constexpr std::size_t totalFields(const std::array<LayoutRow, Rows>& rows) {
   return n;
 }
 
+// The fields of one row, with its 2011 attributes applied, handed to sink(field) in order.
+template <class Sink>
+constexpr void parseRow(const LayoutRow& row, Field* first, Sink&& sink) {
+  std::size_t n = 0;
+  detail::walk(row.fields, [&](const Field& f) {
+    sink(f);
+    ++n;
+  });
+  detail::applyFast(row.fast, first, n);
+}
+
+// The layout of a row whose parsed fields start at `fields`.
+constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
+  Layout l;
+  std::size_t n = 0;
+  const detail::TextFlags flags = detail::walk(row.fields, [&](const Field&) { ++n; });
+  const detail::FastFlags fast = detail::applyFast(row.fast, nullptr, 0);
+  l.number = row.number;
+  l.section = row.section;
+  l.size = row.size;
+  l.fields = fields;
+  l.fieldCount = static_cast<std::uint16_t>(n);
+  l.rotated = flags.rotated;
+  l.opaque = flags.opaque;
+  l.dictionary = fast.dictionary;
+  l.keepsSectionBit = fast.keepsSectionBit;
+  l.text = row.fields;
+  l.fast = row.fast;
+  l.fastFields[2] = 1;  // the dictionary index
+  for (const Field* f = fields; f != fields + n; ++f) {
+    const bool grouped = f->kind == Kind::Group;
+    const int times = grouped ? f->repeat : 1;
+    for (const Field* g = grouped ? f + 1 : f; g != f + 1 + (grouped ? f->members : 0); ++g) {
+      l.fastFields[0] += times;
+      l.fastFields[g->dictionary ? 1 : 2] += times;
+    }
+    if (grouped) f += f->members;
+  }
+  if (l.dictionary && l.fastFields[1] == 0) detail::fail("fast attributes: empty dictionary");
+  return l;
+}
+
 template <std::size_t Total, std::size_t Rows>
 constexpr std::array<Field, Total> parseFields(const std::array<LayoutRow, Rows>& rows) {
   std::array<Field, Total> fields{};
   std::size_t at = 0;
-  for (const LayoutRow& r : rows) {
-    std::size_t first = at;
-    detail::walk(r.fields, [&](const Field& f) { fields[at++] = f; });
-    detail::applyFast(r.fast, fields.data() + first, at - first);
-  }
+  for (const LayoutRow& r : rows)
+    parseRow(r, fields.data() + at, [&](const Field& f) { fields[at++] = f; });
   return fields;
 }
 
@@ -407,33 +446,8 @@ constexpr std::array<Layout, Rows> bindLayouts(const std::array<LayoutRow, Rows>
   std::array<Layout, Rows> layouts{};
   std::size_t at = 0;
   for (std::size_t i = 0; i < Rows; ++i) {
-    std::size_t n = 0;
-    detail::TextFlags flags = detail::walk(rows[i].fields, [&](const Field&) { ++n; });
-    Layout& l = layouts[i];
-    l.number = rows[i].number;
-    l.section = rows[i].section;
-    l.size = rows[i].size;
-    l.fields = fields + at;
-    l.fieldCount = static_cast<std::uint16_t>(n);
-    l.rotated = flags.rotated;
-    l.opaque = flags.opaque;
-    l.text = rows[i].fields;
-    const detail::FastFlags fast = detail::applyFast(rows[i].fast, nullptr, 0);
-    l.dictionary = fast.dictionary;
-    l.keepsSectionBit = fast.keepsSectionBit;
-    l.fast = rows[i].fast;
-    l.fastFields[2] = 1;  // the dictionary index
-    for (const Field* f = l.fields; f != l.fields + n; ++f) {
-      const bool grouped = f->kind == Kind::Group;
-      const int times = grouped ? f->repeat : 1;
-      for (const Field* g = grouped ? f + 1 : f; g != f + 1 + (grouped ? f->members : 0); ++g) {
-        l.fastFields[0] += times;
-        l.fastFields[g->dictionary ? 1 : 2] += times;
-      }
-      if (grouped) f += f->members;
-    }
-    if (l.dictionary && l.fastFields[1] == 0) detail::fail("fast attributes: empty dictionary");
-    at += n;
+    layouts[i] = bindLayout(rows[i], fields + at);
+    at += layouts[i].fieldCount;
   }
   return layouts;
 }
