@@ -87,6 +87,17 @@ TEST(Fast, MapWithoutStopBitMeansEveryFieldAbsent) {
             hexOf(Bytes(145, 0)));
 }
 
+TEST(Fast, OptionalSectionsAreNotCarried) {
+  // Answer 1010's second section exists only in 2008 messages: one count, section 0 only.
+  Bytes s0(87, 0), s1(155, 0);
+  std::memcpy(s0.data(), "X", 1);
+  Bytes packed = packAnswer(answerProc(1010, {{1, 87}, {1, 155}}), {s0, s1}, 0, 0x10);
+  EXPECT_EQ(hexOf(slice(packed, 96, 4)), "01 00 1E 00");
+  Restored r = restoreAnswer(packed);
+  EXPECT_EQ(r.bytes[8] & 2, 0);
+  EXPECT_EQ(hexOf(slice(r.bytes, 88)), hexOf(concat(hex("01 0 0 0 57 0 0 0"), s0)));
+}
+
 TEST(Fast, SectionBitRefusedExceptWhereTheLayoutKeepsIt) {
   for (auto [number, size, result] :
        {std::tuple{1002u, 83, 0}, {1010u, 238, 1}, {1101u, 256, 1}, {1013u, 238, 1}}) {
@@ -140,11 +151,14 @@ TEST(Fast, Dictionaries) {
   EXPECT_EQ(hexOf(body(restoreAnswer(packed).bytes, 96 + 20)), hexOf(concat(s0, s1)));
 }
 
+constexpr const char* kGroup =
+    "0: int32 (flag); 4: up to 2 x (char, short string [4]) counted by 0; 14: char";
+
 struct FieldCase {
   const char* name;
   std::uint32_t size;
   const char* layout;
-  const char* fast;
+  const char* attributes;
   const char* previous;  // null for a first record
   const char* record;
   const char* block;
@@ -173,10 +187,17 @@ TEST(Fast, FieldRules) {
       {"price change in the fourth decimal is sent", 8, "0: double", "", "8D 97 6E 12 83 C0 F3 3F",
        "FE 43 FA ED EB C0 F3 3F", "C0 09 D2", "58 39 B4 C8 76 BE F3 3F"},  // and restores as 1.234
       {"block whole", 3, "0: byte block [3]", "", nullptr, "00 07 00", "C0 83 00 07 00", nullptr},
-      {"same record: map alone", 3, "0: byte block [3]", "", "00 07 00", "00 07 00", "80", nullptr}};
+      {"same record: map alone", 3, "0: byte block [3]", "", "00 07 00", "00 07 00", "80", nullptr},
+      // A counted group keeps all map places but sends only the counted entries.
+      {"group entries past the count", 15, kGroup, "", nullptr, "01 00 00 00 61 78 79 00 00 62 7A 00 00 00 54",
+       "F2 81 00 E1 82 78 79 00 D4", "01 00 00 00 61 78 79 00 00 00 00 00 00 00 54"},
+      {"group with a negative count", 15, kGroup, "", nullptr, "FF FF FF FF 61 78 79 00 00 62 7A 00 00 00 54",
+       "C2 FF 00 D4", "FF FF FF FF 00 00 00 00 00 00 00 00 00 00 54"},
+      {"group entry past the previous count", 15, kGroup, "", "01 00 00 00 61 78 79 00 00 62 7A 00 00 00 54",
+       "02 00 00 00 61 78 79 00 00 62 7A 00 00 00 54", "CC 82 00 E2 81 7A", nullptr}};
   // clang-format on
   for (const FieldCase& c : cases) {
-    const TestLayout t(c.size, c.layout, c.fast);
+    const TestLayout t(c.size, c.layout, c.attributes);
     const Bytes record = hex(c.record), previous = hex(c.previous ? c.previous : "");
     const InView before(previous.data(), previous.size());
     const Previous chain{c.previous ? &before : nullptr};

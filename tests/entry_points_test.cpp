@@ -16,11 +16,6 @@ Bytes headerBytes(const tagREQ_HEAD& h) {
   return Bytes(p, p + sizeof h);
 }
 
-Bytes slice(const Bytes& b, std::size_t from, std::size_t n = std::string::npos) {
-  return Bytes(b.begin() + static_cast<long>(from),
-               n == std::string::npos ? b.end() : b.begin() + static_cast<long>(from + n));
-}
-
 // Request 1002: three characters and three texts (32, 24 and 24 bytes).
 Bytes record1002(const char* codes, const char* t1, const char* t2, const char* t3) {
   Bytes r(83, 0);
@@ -267,6 +262,16 @@ TEST(Answers, RestoreForms) {
     for (int i = 0; i < 2 * sender; ++i) raw.push_back(static_cast<unsigned char>(i + 1));
     expectRawRecords(restoreAnswer(raw).bytes, 96, 2, 40, sender);
   }
+  // An optional second section (answer 1010): a message of one section restores as one, a
+  // message that sends two restores both behind the library's own table.
+  Bytes s87(87, 0), s155(155, 0);
+  std::memcpy(s87.data(), "NAME", 4);
+  std::memcpy(&s155[68], "MORE", 4);
+  r = restoreAnswer(packAnswer(answerProc(1010, {{1, 87}}), {s87}));
+  EXPECT_EQ(hexOf(slice(r.bytes, 88)), hexOf(concat(hex("01 0 0 0 57 0 0 0"), s87)));
+  r = restoreAnswer(packAnswer(answerProc(1010, {{1, 87}, {1, 155}}), {s87, s155}));
+  EXPECT_EQ(hexOf(slice(r.bytes, 96)),
+            hexOf(concat(concat(hex("14 0 0 0 1 0 0 0 57 0 0 0 1 0 0 0 9B 0 0 0"), s87), s155)));
   // Several sections: the library's own table, then the sections end to end.
   Bytes s0(184, 0), s1(92, 0), s2 = hex("E8 03 00 00 E8 03 00 00");
   std::memcpy(&s0[64], "code", 4);

@@ -48,8 +48,8 @@ inline std::string hexOf(const Bytes& b) {
 struct TestLayout {
   std::vector<records::Field> fields;
   records::Layout layout;
-  TestLayout(std::uint32_t size, std::string_view text, std::string_view fast = {}) {
-    const records::LayoutRow row{0, 0, size, text, fast};
+  TestLayout(std::uint32_t size, std::string_view text, std::string_view attributes = {}) {
+    const records::LayoutRow row{0, 0, size, text, attributes};
     fields.resize(records::detail::countFields(text));
     std::size_t at = 0;
     records::parseRow(row, fields.data(), [&](const records::Field& f) { fields[at++] = f; });
@@ -66,6 +66,11 @@ namespace trdcomp::test {
 inline Bytes concat(Bytes a, const Bytes& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
+}
+
+inline Bytes slice(const Bytes& b, std::size_t from, std::size_t n = std::string::npos) {
+  return Bytes(b.begin() + static_cast<long>(from),
+               n == std::string::npos ? b.end() : b.begin() + static_cast<long>(from + n));
 }
 
 inline std::int32_t i32At(const Bytes& b, std::size_t at) {

@@ -100,9 +100,10 @@ int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int 
 
   // Counts and sender sizes: from the section table when there is one, else from the header.
   std::int32_t counts[5] = {}, senderSizes[5] = {};
+  std::int64_t pairs = 0;
   if (flags & 2) {
     const std::int32_t table = in.i32(pos);
-    const std::int64_t pairs = std::min<std::int64_t>((std::int64_t(table) - 4) / 8, 5);
+    pairs = std::min<std::int64_t>((std::int64_t(table) - 4) / 8, 5);
     for (std::int64_t k = 0; k < pairs; ++k) {
       counts[k] = in.i32(pos + 4 + 8 * k);
       senderSizes[k] = in.i32(pos + 8 + 8 * k);
@@ -113,8 +114,9 @@ int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int 
     senderSizes[0] = in.i32(92);
   }
 
-  const int sectionCount = layout.sectionCount;
-  const bool multi = layout.multiSection();
+  // Optional sections are laid out only when the message's table sends more than one section.
+  const int sectionCount = layout.optionalSections() && pairs < 2 ? 1 : layout.sectionCount;
+  const bool multi = sectionCount > 1;
   const std::int64_t table = multi ? 4 + 8 * sectionCount : 0;
   std::int64_t length = kAnswerHeader + table;
   for (int s = 0; s < sectionCount; ++s) {

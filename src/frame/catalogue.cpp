@@ -208,8 +208,9 @@ constexpr const Layout* requestLayout(std::uint16_t routine) {
   return nullptr;
 }
 
-constexpr const AnswerLayout* answerLayout(std::uint16_t routine) {
-  for (const AnswerLayout& a : records::kAnswerRoutineLayouts)
+constexpr const AnswerLayout* answerLayout(std::uint16_t routine, int codec) {
+  for (const AnswerLayout& a :
+       codec == k2008 ? records::kAnswerRoutineLayouts2008 : records::kAnswerRoutineLayouts2011)
     if (a.number == routine) return &a;
   records::detail::fail("catalogue: answer routine without a layout");
   return nullptr;
@@ -228,8 +229,8 @@ constexpr std::array<Entry, kRows.size()> resolve() {
     for (int c = 0; c < 2; ++c) {
       if (r.request.routine[c]) e.request[c] = requestLayout(r.request.routine[c]);
       if (r.answer.form == AnswerForm::Routine) {
-        e.answerPack[c] = answerLayout(r.answer.pack.byCodec[c]);
-        e.answerRestore[c] = answerLayout(r.answer.restore.byCodec[c]);
+        e.answerPack[c] = answerLayout(r.answer.pack.byCodec[c], c);
+        e.answerRestore[c] = answerLayout(r.answer.restore.byCodec[c], c);
       }
     }
     if (i > 0 && kRows[i - 1].number >= r.number)

@@ -2,7 +2,8 @@
 // size, and the fields in encoding order in the layout notation (records/layout.h). Rotated rows
 // encode their leading fields last, as listed. A function number that shares another number's
 // answer routine uses that number's rows (frame/catalogue); an answer with rows for more than
-// one section is a multi-section answer.
+// one section is a multi-section answer, except that an "optional section" is carried only by
+// 2008 messages that send it with a section table.
 #pragma once
 
 #include <array>
@@ -27,12 +28,12 @@ inline constexpr std::array kAnswerRows = std::to_array<LayoutRow>({
     {1007, 0,    88, "0: char[28] string; 28: char[12] string; 40: 2 x char[16] string; 72: 2 x double"},
     {1009, 0,    40, "0: char[28] string; 28: char[12] string"},
     {1010, 0,    87, "0: char[28] string; 28: char[12] string; 40: int32 (flag); 44: double; 52: 3 x char; 55: char[8] string; 63: 2 x int32 (flag); 71: byte block [16]"},
-    {1010, 1,   155, "68: char[28] string; 96: char[12] string; 108: int32 (flag); 112: double; 120: 3 x char; 123: char[8] string; 131: 2 x int32 (flag); 139: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)"},
+    {1010, 1,   155, "68: char[28] string; 96: char[12] string; 108: int32 (flag); 112: double; 120: 3 x char; 123: char[8] string; 131: 2 x int32 (flag); 139: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)", "optional section"},
     {1011, 0,   124, "68: 2 x char[28] string; 0: char[4] string; 4: char[64] string (rotated)"},
     {1012, 0,    87, "0: char[28] string; 28: char[12] string; 40: int32 (flag); 44: double; 52: 3 x char; 55: char[8] string; 63: 2 x int32 (flag); 71: byte block [16]"},
-    {1012, 1,   155, "68: char[28] string; 96: char[12] string; 108: int32 (flag); 112: double; 120: 3 x char; 123: char[8] string (decode cap 16); 131: 2 x int32 (flag); 139: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)"},
+    {1012, 1,   155, "68: char[28] string; 96: char[12] string; 108: int32 (flag); 112: double; 120: 3 x char; 123: char[8] string (decode cap 16); 131: 2 x int32 (flag); 139: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)", "optional section"},
     {1014, 0,    94, "68: int32 (flag); 72: int64; 80: char; 81: char[8] string; 89: char; 90: int32 (flag); 0: char[4] string; 4: char[64] string (rotated)"},
-    {1014, 1,    12, "0: int32 (flag); 4: int64"},
+    {1014, 1,    12, "0: int32 (flag); 4: int64", "optional section"},
     {1015, 0,   149, "0: char; 1: 2 x char[16] string; 33: char[8] string; 41: char[16] string; 57: 2 x int32 (flag); 65: 2 x double; 81: 5 x int32 (flag); 101: 4 x double; 133: 2 x int64"},
     {1016, 0,   313, "0: char; 1: char[8] string; 9: char[16] string; 25: 28 x int32 (flag); 137: 21 x int64; 305: double"},
     {1019, 0,    16, "0: short string [16]"},
@@ -53,7 +54,7 @@ inline constexpr std::array kAnswerRows = std::to_array<LayoutRow>({
     {1044, 0,   166, "0: 2 x int32 (flag); 8: 2 x char[16] string; 40: 2 x char; 42: char[8] string; 50: char[24] string; 74: char[28] string; 102: 2 x double; 118: 3 x char[16] string"},
     {1045, 0,    90, "0: char[8] string; 8: 2 x char[16] string; 40: char[8] string; 48: 2 x char; 50: 3 x double; 74: char[16] string"},
     {1050, 0,   113, "0: char[28] string; 28: char[12] string; 40: double; 48: 5 x char; 53: 2 x char[8] string; 69: char[16] string; 85: int64; 93: int32 (flag); 97: byte block [16]"},
-    {1050, 1,   181, "68: char[28] string; 96: char[12] string; 108: double; 116: 5 x char; 121: 2 x char[8] string; 137: char[16] string; 153: int64; 161: int32 (flag); 165: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)"},
+    {1050, 1,   181, "68: char[28] string; 96: char[12] string; 108: double; 116: 5 x char; 121: 2 x char[8] string; 137: char[16] string; 153: int64; 161: int32 (flag); 165: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)", "optional section"},
     {1051, 0,   117, "68: int64; 76: 5 x char; 81: 2 x char[8] string; 97: char[16] string; 113: int32 (flag); 0: char[4] string; 4: char[64] string (rotated)"},
     {1052, 0,   130, "0: 2 x char; 2: char[16] string; 18: 10 x double; 98: 2 x char[16] string"},
     {1053, 0,     8, "0: double"},
@@ -63,7 +64,7 @@ inline constexpr std::array kAnswerRows = std::to_array<LayoutRow>({
     {1057, 0,    32, "0: 2 x double; 16: char[16] string"},
     {1058, 0,    77, "0: char[16] string; 16: char[28] string; 44: char; 45: 2 x double; 61: char[16] string"},
     {1059, 0,    99, "0: char[28] string; 28: char[12] string; 40: 3 x char; 43: 2 x char[8] string; 59: char[16] string; 75: int64; 83: byte block [16]"},
-    {1059, 1,   167, "68: char[28] string; 96: char[12] string; 108: 3 x char; 111: 2 x char[8] string; 127: char[16] string; 143: int64; 151: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)"},
+    {1059, 1,   167, "68: char[28] string; 96: char[12] string; 108: 3 x char; 111: 2 x char[8] string; 127: char[16] string; 143: int64; 151: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)", "optional section"},
     {1060, 0,   136, "0: char; 1: char[8] string; 9: char[16] string; 25: 3 x char; 28: char[8] string; 36: 2 x char[16] string; 68: 3 x double; 92: char[16] string; 108: 4 x char; 112: double; 120: int32 (flag); 124: double; 132: int32 (flag)"},
     {1061, 0,    94, "0: char; 1: char[8] string; 9: char[16] string; 25: char[8] string; 33: 2 x char[16] string; 65: char; 66: char[8] string; 74: int32 (flag); 78: char[16] string"},
     {1062, 0,    65, "0: 2 x char[16] string; 32: char; 33: 2 x double; 49: char[16] string"},
@@ -90,11 +91,11 @@ inline constexpr std::array kAnswerRows = std::to_array<LayoutRow>({
     {1086, 0,    84, "0: char[28] string; 28: char[16] string; 44: char[24] string; 68: char[16] string"},
     {1087, 0,   155, "0: char; 1: 2 x char[16] string; 33: char; 34: char[64] string; 98: char; 99: char[32] string; 131: 2 x int32 (flag); 139: char[16] string"},
     {1100, 0,    85, "0: char[28] string; 28: char[12] string; 40: 5 x char; 45: char[16] string; 61: 2 x int32 (flag); 69: byte block [16]"},
-    {1100, 1,   153, "68: char[28] string; 96: char[12] string; 108: 5 x char; 113: char[16] string; 129: 2 x int32 (flag); 137: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)"},
+    {1100, 1,   153, "68: char[28] string; 96: char[12] string; 108: 5 x char; 113: char[16] string; 129: 2 x int32 (flag); 137: byte block [16]; 0: char[4] string; 4: char[64] string (rotated)", "optional section"},
     {1102, 0,     1, "0: char"},
     {1103, 0,   163, "0: char; 1: char[16] string; 17: char[23] string; 40: char[16] string; 56: 3 x char; 59: 3 x double; 83: 4 x int32 (flag); 99: 3 x double; 123: 6 x int32 (flag); 147: char[16] string"},
     {1104, 0,    92, "0: int32 (flag); 4: int64; 12: 4 x double; 44: 3 x char[16] string"},
-    {1104, 1,   185, "68: int32 (flag); 72: int64; 80: 4 x double; 112: 3 x char[16] string; 160: 5 x char; 165: char[16] string; 181: int32 (flag); 0: char[4] string; 4: char[64] string (rotated)"},
+    {1104, 1,   185, "68: int32 (flag); 72: int64; 80: 4 x double; 112: 3 x char[16] string; 160: 5 x char; 165: char[16] string; 181: int32 (flag); 0: char[4] string; 4: char[64] string (rotated)", "optional section"},
     {1110, 0,   193, "0: char; 1: 2 x char[16] string; 33: 18 x double; 177: char[16] string"},
     {1111, 0,   201, "0: char[32] string; 32: 2 x char; 34: char[16] string; 50: char[23] string; 73: 4 x char; 77: int32 (flag); 81: 13 x double; 185: char[16] string"},
     {1112, 0,   125, "0: char[32] string; 32: 5 x char; 37: char[8] string; 45: char[16] string; 61: char[24] string; 85: 2 x char[16] string; 117: char[8] string"},
@@ -127,6 +128,9 @@ inline constexpr auto kAnswerLayouts = bindLayouts(kAnswerRows, kAnswerFields.da
 }  // namespace trdcomp::records
 
 namespace trdcomp::records {
-inline constexpr auto kAnswerRoutineLayouts =
-    groupSections<distinctNumbers(kAnswerLayouts)>(kAnswerLayouts, kAnswerLayouts.data());
+// By routine number: with the optional sections for the 2008 codec, without for the 2011 codec.
+inline constexpr auto kAnswerRoutineLayouts2008 =
+    groupSections<distinctNumbers(kAnswerLayouts)>(kAnswerLayouts, kAnswerLayouts.data(), true);
+inline constexpr auto kAnswerRoutineLayouts2011 =
+    groupSections<distinctNumbers(kAnswerLayouts)>(kAnswerLayouts, kAnswerLayouts.data(), false);
 }  // namespace trdcomp::records

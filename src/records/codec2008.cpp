@@ -14,10 +14,6 @@ std::int64_t priceUnits(double v) {
   return truncToInt64((v + 0.00005) * 10000.0);
 }
 
-std::int64_t clampCount(std::int32_t count, std::int64_t most) {
-  return count < 0 ? 0 : std::min<std::int64_t>(count, most);
-}
-
 // Writes the text or bytes [at, at + n) of the record behind a compact length.
 std::uint32_t writeCounted(const InView& record, std::int64_t at, std::int64_t n, u8* out) {
   int k = compact::writeInt(out, static_cast<std::int32_t>(n));
@@ -44,7 +40,8 @@ std::uint32_t encodeField(const Field& f, const InView& record, std::int64_t bas
     case Kind::Double:
       return static_cast<std::uint32_t>(compact::writeInt64(out, priceUnits(record.f64(at))));
     case Kind::CountedBlock:
-      return writeCounted(record, at, clampCount(record.i32(base + f.countOffset), f.width), out);
+      return writeCounted(
+          record, at, std::clamp<std::int64_t>(record.i32(base + f.countOffset), 0, f.width), out);
     case Kind::Group: break;
   }
   return 0;
@@ -73,7 +70,7 @@ void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record
     case Kind::CountedBlock: {
       std::int64_t limit = f.width;
       if (f.kind == Kind::CountedBlock)
-        limit = clampCount(loadI32(record + f.countOffset), f.width);
+        limit = std::clamp<std::int64_t>(loadI32(record + f.countOffset), 0, f.width);
       std::int32_t length = compact::readInt(in, pos);
       if (length < 1) return;
       in.copyAvailable(dst, pos, std::min<std::int64_t>(length, limit));
@@ -106,7 +103,7 @@ std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, ch
       continue;
     }
     // A counted group: only the entries its count names, at most `repeat`.
-    std::int64_t n = clampCount(record.i32(f->countOffset), f->repeat);
+    const std::int64_t n = groupEntries(*f, record.i32(f->countOffset));
     for (std::int64_t e = 0; e < n; ++e)
       for (std::uint16_t m = 1; m <= f->members; ++m)
         p += encodeField(f[m], record, f->offset + e * f->stride, p, flag);
@@ -125,7 +122,7 @@ void decode2008(const Layout& layout, const InView& in, std::int64_t available, 
       decodeField(*f, in, pos, record, room, 0, flag);
       continue;
     }
-    std::int64_t n = clampCount(loadI32(record + f->countOffset), f->repeat);
+    const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
     for (std::int64_t e = 0; e < n; ++e) {
       for (std::uint16_t m = 1; m <= f->members; ++m) {
         if (pos >= available) return;

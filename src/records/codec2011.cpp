@@ -24,18 +24,19 @@ bool inPart(const Field& f, Part part) {
   return part == Part::Whole || (part == Part::Group) == f.dictionary;
 }
 
-// Calls visit(field, offset) for every field of the part in layout order; a counted group
-// contributes all of its entries, so that the map numbering does not depend on the count.
+// Calls visit(field, offset, group, entry) for every field of the part in layout order. A
+// counted group gives all of its entries their places, so that the map numbering does not
+// depend on the count; `group` and `entry` let the caller skip the entries past the count.
 template <class Visit>
 void forEachField(const Layout& layout, Part part, Visit&& visit) {
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
     if (f->kind == Kind::Group) {
       for (std::int64_t e = 0; e < f->repeat; ++e)
         for (std::uint16_t m = 1; m <= f->members; ++m)
-          if (inPart(f[m], part)) visit(f[m], f->offset + e * f->stride + f[m].offset);
+          if (inPart(f[m], part)) visit(f[m], f->offset + e * f->stride + f[m].offset, f, e);
       f += f->members;
     } else if (inPart(*f, part)) {
-      visit(*f, f->offset);
+      visit(*f, f->offset, nullptr, 0);
     }
   }
 }
@@ -236,15 +237,28 @@ std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
     }
     j = 1;
   }
-  forEachField(layout, part, [&](const Field& f, std::int64_t at) {
-    const bool present = previous.record ? differs(f, current, *previous.record, at)
-                                         : differsFromDefault(f, current, at);
-    if (present) {
-      out[j / 7] |= bitOf(j);
-      p += writeField(f, current, previous.record, at, p);
-    }
-    ++j;
-  });
+  const InView zeros;
+  forEachField(
+      layout, part, [&](const Field& f, std::int64_t at, const Field* group, std::int64_t entry) {
+        const InView* against = previous.record;
+        if (group) {
+          // Entries past the count are never sent; one past the previous record's count is
+          // compared with the zeros it was restored as.
+          if (entry >= groupEntries(*group, current.i32(group->countOffset))) {
+            ++j;
+            return;
+          }
+          if (against && entry >= groupEntries(*group, against->i32(group->countOffset)))
+            against = &zeros;
+        }
+        const bool present =
+            against ? differs(f, current, *against, at) : differsFromDefault(f, current, at);
+        if (present) {
+          out[j / 7] |= bitOf(j);
+          p += writeField(f, current, previous.record, at, p);
+        }
+        ++j;
+      });
   return static_cast<std::uint32_t>(p - out);
 }
 
@@ -272,15 +286,20 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
       index = previous.index;
     j = 1;
   }
-  forEachField(layout, part, [&](const Field& f, std::int64_t at) {
-    if (present(j))
-      readField(f, in, pos, record, prior, at);
-    else if (prior)
-      std::memcpy(record + at, prior + at, f.width);
-    else
-      setDefault(f, record + at);
-    ++j;
-  });
+  forEachField(layout, part,
+               [&](const Field& f, std::int64_t at, const Field* group, std::int64_t entry) {
+                 if (group && entry >= groupEntries(*group, loadI32(record + group->countOffset))) {
+                   ++j;  // past the count: stays zero
+                   return;
+                 }
+                 if (present(j))
+                   readField(f, in, pos, record, prior, at);
+                 else if (prior)
+                   std::memcpy(record + at, prior + at, f.width);
+                 else
+                   setDefault(f, record + at);
+                 ++j;
+               });
   return index;
 }
 

@@ -76,24 +76,32 @@ struct Layout {
   bool opaque = false;           // no record codec: records are copied, never encoded
   bool dictionary = false;       // 2011 Fast: repeated field groups go once, records by index
   bool keepsSectionBit = false;  // 2011 Fast request restore ignores flags bit 1
+  bool optional = false;         // an answer section sent only by 2008 messages with a table
   // 2011 Fast: fields in a whole block, a dictionary entry and a reduced record (its index
   // included); a counted group counts all its entries.
   std::uint16_t fastFields[3] = {};
-  std::string_view text;  // the row as written
-  std::string_view fast;  // the row's 2011 Fast attributes as written
+  std::string_view text;        // the row as written
+  std::string_view attributes;  // the row's attributes as written
 
   constexpr const Field* begin() const { return fields; }
   constexpr const Field* end() const { return fields + fieldCount; }
 };
 
-// One row of a layout table: the fields, and the 2011 Fast attributes that differ from the
-// house rules (no first-record default, base 0, length-prefixed texts).
+// The entries of a counted group that its count names: at most `repeat`, none for a count of
+// 0 or less.
+constexpr std::int64_t groupEntries(const Field& group, std::int32_t count) {
+  return count < 0 ? 0 : count < group.repeat ? count : group.repeat;
+}
+
+// One row of a layout table: the fields, and the attributes that differ from the house rules
+// (2011 Fast field rules: no first-record default, base 0, length-prefixed texts; sections:
+// always part of their answer).
 struct LayoutRow {
   std::uint16_t number;
   std::uint8_t section;
   std::uint32_t size;
   std::string_view fields;
-  std::string_view fast = {};
+  std::string_view attributes = {};
 };
 
 namespace detail {
@@ -284,9 +292,12 @@ constexpr TextFlags walk(std::string_view text, Sink&& sink) {
   return flags;
 }
 
-// The 2011 Fast column: entries separated by semicolons, each a layout attribute
-//   "dictionary OFFSET OFFSET ..."  the fields of the repeated group of a dictionary layout
-//   "keeps section bit"             the request restore ignores flags bit 1
+// The attributes column: entries separated by semicolons, each a layout attribute
+//   "dictionary OFFSET OFFSET ..."  2011 Fast: the fields of the repeated group of a dictionary
+//   "keeps section bit"             2011 Fast: the request restore ignores flags bit 1
+//   "optional section"              an answer section that only 2008 messages with a section
+//                                   table carry: the 2011 Fast codec has no such section, and
+//                                   the 2008 restore lays it out only when a message sends it
 // or "OFFSET: attribute ..." for the top-level field at that offset, with the attributes
 //   = 'c', = N      first-record default of a char, an integer or a (whole) double
 //   = ""            first-record default of a text: the empty text
@@ -295,9 +306,10 @@ constexpr TextFlags walk(std::string_view text, Sink&& sink) {
 //   delta N         the same, with the previous record's value (N for the first record)
 //   stop-bit        text written as stop-bit characters (7-bit text only)
 //   exchange        three-character code, compacted by the exchange-code table
-struct FastFlags {
+struct RowFlags {
   bool dictionary = false;
   bool keepsSectionBit = false;
+  bool optional = false;
 };
 
 constexpr Field* fieldAt(Field* fields, std::size_t n, std::uint32_t offset) {
@@ -305,7 +317,7 @@ constexpr Field* fieldAt(Field* fields, std::size_t n, std::uint32_t offset) {
     if (fields[i].offset == offset) return &fields[i];
     if (fields[i].kind == Kind::Group) i += fields[i].members;
   }
-  fail("fast attributes: no field at that offset");
+  fail("attributes: no field at that offset");
   return nullptr;
 }
 
@@ -315,9 +327,9 @@ constexpr std::int64_t signedNumber(Parser& p) {
   return negative ? -v : v;
 }
 
-// Applies a row's 2011 attributes to its fields (when given) and returns the layout's own.
-constexpr FastFlags applyFast(std::string_view text, Field* fields, std::size_t n) {
-  FastFlags flags;
+// Applies a row's attributes to its fields (when given) and returns the layout's own.
+constexpr RowFlags applyAttributes(std::string_view text, Field* fields, std::size_t n) {
+  RowFlags flags;
   Parser p(text);
   bool first = true;
   while (!p.done()) {
@@ -325,6 +337,10 @@ constexpr FastFlags applyFast(std::string_view text, Field* fields, std::size_t 
     first = false;
     if (p.eat("keeps section bit")) {
       flags.keepsSectionBit = true;
+      continue;
+    }
+    if (p.eat("optional section")) {
+      flags.optional = true;
       continue;
     }
     if (p.eat("dictionary")) {
@@ -363,10 +379,10 @@ constexpr FastFlags applyFast(std::string_view text, Field* fields, std::size_t 
         f.text = TextForm::StopBit;
       } else if (p.eat("exchange")) {
         // Three characters and a terminator: the decoder writes four bytes.
-        if (fields && f.width != 4) fail("fast attributes: an exchange code is 4 bytes wide");
+        if (fields && f.width != 4) fail("attributes: an exchange code is 4 bytes wide");
         f.text = TextForm::ExchangeCode;
       } else {
-        fail("fast attributes: unknown attribute");
+        fail("attributes: unknown attribute");
       }
     } while (!p.done() && !p.peek(';'));
   }
@@ -389,7 +405,7 @@ constexpr std::size_t totalFields(const std::array<LayoutRow, Rows>& rows) {
   return n;
 }
 
-// The fields of one row, with its 2011 attributes applied, handed to sink(field) in order.
+// The fields of one row, with its attributes applied, handed to sink(field) in order.
 template <class Sink>
 constexpr void parseRow(const LayoutRow& row, Field* first, Sink&& sink) {
   std::size_t n = 0;
@@ -397,7 +413,7 @@ constexpr void parseRow(const LayoutRow& row, Field* first, Sink&& sink) {
     sink(f);
     ++n;
   });
-  detail::applyFast(row.fast, first, n);
+  detail::applyAttributes(row.attributes, first, n);
 }
 
 // The layout of a row whose parsed fields start at `fields`.
@@ -405,7 +421,7 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
   Layout l;
   std::size_t n = 0;
   const detail::TextFlags flags = detail::walk(row.fields, [&](const Field&) { ++n; });
-  const detail::FastFlags fast = detail::applyFast(row.fast, nullptr, 0);
+  const detail::RowFlags row_ = detail::applyAttributes(row.attributes, nullptr, 0);
   l.number = row.number;
   l.section = row.section;
   l.size = row.size;
@@ -413,10 +429,11 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
   l.fieldCount = static_cast<std::uint16_t>(n);
   l.rotated = flags.rotated;
   l.opaque = flags.opaque;
-  l.dictionary = fast.dictionary;
-  l.keepsSectionBit = fast.keepsSectionBit;
+  l.dictionary = row_.dictionary;
+  l.keepsSectionBit = row_.keepsSectionBit;
+  l.optional = row_.optional;
   l.text = row.fields;
-  l.fast = row.fast;
+  l.attributes = row.attributes;
   l.fastFields[2] = 1;  // the dictionary index
   for (const Field* f = fields; f != fields + n; ++f) {
     const bool grouped = f->kind == Kind::Group;
@@ -427,7 +444,7 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
     }
     if (grouped) f += f->members;
   }
-  if (l.dictionary && l.fastFields[1] == 0) detail::fail("fast attributes: empty dictionary");
+  if (l.dictionary && l.fastFields[1] == 0) detail::fail("attributes: empty dictionary");
   return l;
 }
 
@@ -459,19 +476,23 @@ struct AnswerLayout {
   const Layout* sections[3] = {};
 
   constexpr bool multiSection() const { return sectionCount > 1; }
+  // Whether the sections past the first are sent only when a message has a section table.
+  constexpr bool optionalSections() const { return sectionCount > 1 && sections[1]->optional; }
 };
 
-// Groups answer layouts (sorted by number, then section) into one entry per routine number.
+// Groups answer layouts (sorted by number, then section) into one entry per routine number;
+// without `optional`, the optional sections are left out.
 template <std::size_t Distinct, std::size_t Rows>
 constexpr std::array<AnswerLayout, Distinct> groupSections(const std::array<Layout, Rows>& rows,
-                                                           const Layout* base) {
+                                                           const Layout* base, bool optional) {
   std::array<AnswerLayout, Distinct> out{};
   std::size_t n = 0;
   for (std::size_t i = 0; i < Rows; ++i) {
     if (i == 0 || rows[i].number != rows[i - 1].number) out[n++].number = rows[i].number;
     AnswerLayout& a = out[n - 1];
-    if (rows[i].section != a.sectionCount || a.sectionCount == 3)
+    if (rows[i].section != a.sectionCount && !rows[i].optional)
       detail::fail("answer rows: sections must be listed 0, 1, 2 in order");
+    if (rows[i].optional && (rows[i].section == 0 || !optional)) continue;
     a.sections[a.sectionCount++] = base + i;
   }
   return out;
