@@ -2,6 +2,8 @@
 // the records sent, the header normalised, for one and several records and every section.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "frame/catalogue.h"
 #include "samples.h"
 
@@ -50,5 +52,33 @@ std::string name(const ::testing::TestParamInfo<Param>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryNumber, RoundTrip, ::testing::ValuesIn(allNumbers()), name);
+
+}  // namespace
+
+namespace {
+
+// Nothing is shared between calls: many threads packing and restoring at once get the bytes
+// that one thread gets.
+TEST(Concurrency, ThreadsGetTheBytesOneThreadGets) {
+  auto work = [](std::uint32_t seed) {
+    Bytes all;
+    for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end();
+         ++e) {
+      const int nibble = static_cast<int>(e->number % 2);
+      const Answer sent = makeAnswer(e->number, nibble != 0, 3, seed);
+      const Bytes packed = packAnswer(sent.proc, sent.sections, 0, nibble << 4);
+      const Bytes restored = restoreAnswer(packed).bytes;
+      all.insert(all.end(), packed.begin(), packed.end());
+      all.insert(all.end(), restored.begin(), restored.end());
+    }
+    return all;
+  };
+  const Bytes expected = work(5);
+  std::vector<Bytes> results(4);
+  std::vector<std::thread> threads;
+  for (Bytes& r : results) threads.emplace_back([&r, &work] { r = work(5); });
+  for (std::thread& t : threads) t.join();
+  for (const Bytes& r : results) EXPECT_TRUE(r == expected);
+}
 
 }  // namespace
