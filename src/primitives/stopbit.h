@@ -56,7 +56,7 @@ T readSigned(const In& in, std::int64_t& pos) {
 }
 
 // 10^3 by repeated squaring, as the format defines the scale.
-inline double decimalScale() {
+constexpr double decimalScale() {
   double result = 1.0, base = 10.0;
   for (unsigned e = 3; e; e >>= 1, base *= base)
     if (e & 1) result *= base;
@@ -67,12 +67,14 @@ inline double decimalScale() {
 // of 0.001 loses one unit toward zero (-5.0 is sent as -4999).
 inline std::int64_t decimalUnits(double value) {
   const double nudge = 0.00005;  // the double 0x3F0A36E2EB1C432D
-  return truncToInt64(value * decimalScale() + nudge);
+  constexpr double scale = decimalScale();
+  return truncToInt64(value * scale + nudge);
 }
 
 template <class In>
 double readDecimal3(const In& in, std::int64_t& pos) {
-  return static_cast<double>(readSigned<std::int64_t>(in, pos)) / decimalScale();
+  constexpr double scale = decimalScale();
+  return static_cast<double>(readSigned<std::int64_t>(in, pos)) / scale;
 }
 
 // The first k characters with bit 7 set on the last; the empty text is the single byte 0x80.

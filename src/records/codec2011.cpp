@@ -74,12 +74,7 @@ bool differsFromDefault(const Field& f, const InView& r, std::int64_t at) {
     case Kind::Int32: return r.i32(at) != static_cast<std::int32_t>(f.defaultValue);
     case Kind::Int64: return r.i64(at) != f.defaultValue;
     case Kind::Double: return !(r.f64(at) == static_cast<double>(f.defaultValue));
-    case Kind::Text:
-    case Kind::ShortText: return r.at(at) != 0;  // the default text is the empty one
-    default:
-      for (std::int64_t i = 0; i < f.width; ++i)
-        if (r.at(at + i)) return true;  // the default block is all zero bytes
-      return false;
+    default: return differs(f, r, InView(), at);  // the empty text, the zero block
   }
 }
 
@@ -169,19 +164,15 @@ void readText(const Field& f, const InView& in, std::int64_t& pos, u8* dst) {
       }
 }
 
-void readField(const Field& f, const InView& in, std::int64_t& pos, u8* record, const u8* previous,
-               std::int64_t at) {
+// `written` views the record being restored (fields decoded so far), `previous` the one before.
+void readField(const Field& f, const InView& in, std::int64_t& pos, u8* record,
+               const InView& written, const InView* previous, std::int64_t at) {
   u8* dst = record + at;
   switch (f.kind) {
     case Kind::Char: *dst = static_cast<u8>(stopbit::readSigned<std::int32_t>(in, pos)); return;
     case Kind::Int32:
     case Kind::Int64: {
-      std::int64_t base = f.base;
-      if (f.baseForm == BaseForm::Field)
-        base =
-            f.kind == Kind::Int32 ? loadI32(record + f.baseOffset) : loadI64(record + f.baseOffset);
-      if (f.baseForm == BaseForm::Previous && previous)
-        base = f.kind == Kind::Int32 ? loadI32(previous + at) : loadI64(previous + at);
+      const std::int64_t base = baseOf(f, written, previous, at);
       if (f.kind == Kind::Int32)
         storeU32(dst, static_cast<std::uint32_t>(stopbit::readSigned<std::int32_t>(in, pos)) +
                           static_cast<std::uint32_t>(base));
@@ -276,6 +267,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
     }
   auto present = [&](int j) { return j / 7 < m && (in.at(j / 7) & bitOf(j)); };
   const u8* prior = previous.record ? previous.record->data() : nullptr;
+  const InView written(record, size);
   std::int64_t pos = m;
   int j = 0;
   std::uint16_t index = 0;
@@ -293,7 +285,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
                    return;
                  }
                  if (present(j))
-                   readField(f, in, pos, record, prior, at);
+                   readField(f, in, pos, record, written, previous.record, at);
                  else if (prior)
                    std::memcpy(record + at, prior + at, f.width);
                  else
