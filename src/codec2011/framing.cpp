@@ -75,8 +75,7 @@ std::uint64_t groupHash(const Layout& layout, const InView& r) {
 bool packDictionary(const Layout& layout, const InView& records, std::int32_t count,
                     std::int64_t stride, OutBuffer& out, Slots slots) {
   // The two counts and a reduced block per record at least: no need to index what cannot fit.
-  if (!out.expect(4 + sizeTimes(count, 2 + records::mapLength(layout, Part::Reduced))))
-    return true;
+  if (!out.expect(4 + sizeTimes(count, 2 + records::mapLength(layout, Part::Reduced)))) return true;
   const std::size_t n = count > 0 ? static_cast<std::size_t>(count) : 0;
   const std::int64_t extent = records::recordExtent(layout, stride);
   const auto record = [&](std::int64_t i) { return records.window(i * stride, extent); };

@@ -63,6 +63,9 @@ struct RawBytes {
   const u8* p;
   u8 at(std::int64_t i) const { return p[i]; }
   bool has(std::int64_t) const { return true; }
+  void copyAvailable(u8* dst, std::int64_t from, std::int64_t n) const {
+    if (n > 0) std::memcpy(dst, p + from, static_cast<std::size_t>(n));
+  }
 };
 
 // A read-only window on bytes that may come from the network. Every read is checked: a byte
@@ -137,18 +140,14 @@ class InView {
   std::int64_t size_ = 0;
 };
 
-// Restored messages live in buffers from the C allocator, zero-filled with slack behind the
-// used length, released by the caller through the library (ReleaseAnsData pairs with this).
-// calloc hands out large blocks as fresh zero pages, so a message that claims many records
-// costs no more than the pages its records really fill. A size beyond the 32-bit lengths of the
-// interface is refused, as is a failed allocation: both give null.
-inline u8* allocateZeroed(std::int64_t size) {
-  if (size < 0 || size > INT32_MAX) return nullptr;
-  return static_cast<u8*>(std::calloc(static_cast<std::size_t>(size ? size : 1), 1));
-}
-inline void release(void* p) {
-  std::free(p);
-}
+// Restored messages live in zero-filled buffers with slack behind the used length, released by
+// the caller through the library (ReleaseAnsData pairs with allocateZeroed). Small buffers come
+// from the C allocator; large ones are mapped straight from the system as fresh zero pages, so a
+// message that claims many records costs only the pages its records really fill, however the C
+// allocator would have served (and cleared) a block of that size. A size beyond the 32-bit
+// lengths of the interface is refused, as is a failed allocation: both give null.
+u8* allocateZeroed(std::int64_t size);
+void release(void* p);
 
 // Sizes of claims that may be absurd: products and sums of non-negative 64-bit sizes that stick
 // at the largest value instead of wrapping, so that a bound is never smaller than the truth.

@@ -97,16 +97,24 @@ std::int64_t readInt64(const In& in, std::int64_t& pos) {
   return static_cast<std::int64_t>((b0 & 0x80) ? 0ull - v : v);
 }
 
-// Copies k bytes of text with bounded-copy semantics: the copy stops at a zero byte of the
-// source and the rest of the k bytes is filled with zeros.
+// Copies at most k bytes of text, stopping at a zero byte of the source or at the end of the
+// input; returns the bytes copied.
 template <class In>
-void copyText(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
+std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
   std::int64_t j = 0;
-  for (; j < k; ++j) {
+  for (; j < k && in.has(pos + j); ++j) {
     u8 b = in.at(pos + j);
     if (b == 0) break;
     dst[j] = b;
   }
+  return j;
+}
+
+// Copies k bytes of text with bounded-copy semantics: the copy stops at a zero byte of the
+// source and the rest of the k bytes is filled with zeros.
+template <class In>
+void copyText(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
+  std::int64_t j = copyTextPrefix(in, pos, dst, k);
   for (; j < k; ++j) dst[j] = 0;
 }
 

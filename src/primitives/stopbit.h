@@ -115,6 +115,7 @@ std::int64_t readString(const In& in, std::int64_t pos, u8* dest, int size) {
 }
 
 // Length-prefixed text: keeps min(L, size - 1) bytes and a terminator; skips the whole block.
+// Bytes past the end of a bounded input are not written: the record they go to is zero.
 template <class In>
 std::int64_t readLenString(const In& in, std::int64_t pos, u8* dest, int size) {
   std::int64_t start = pos;
@@ -122,7 +123,7 @@ std::int64_t readLenString(const In& in, std::int64_t pos, u8* dest, int size) {
   if (length >= 1) {
     std::int64_t k = length < size - 1 ? length : size - 1;
     if (k < 0) k = 0;
-    for (std::int64_t i = 0; i < k; ++i) dest[i] = in.at(pos + i);
+    in.copyAvailable(dest, pos, k);  // past the input: left as it is, zero in a record
     dest[k] = 0;
   } else {
     dest[0] = 0;
@@ -136,8 +137,7 @@ std::int64_t readBinData(const In& in, std::int64_t pos, u8* dest, int capacity)
   std::int64_t start = pos;
   std::int32_t length = readSigned<std::int32_t>(in, pos);
   if (length >= 1) {
-    std::int64_t k = length < capacity ? length : capacity;
-    for (std::int64_t i = 0; i < k; ++i) dest[i] = in.at(pos + i);
+    in.copyAvailable(dest, pos, length < capacity ? length : capacity);
   }
   return pos - start + length;
 }

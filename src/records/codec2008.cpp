@@ -72,10 +72,29 @@ std::int64_t maxField(const Field& f, std::int64_t at, std::int64_t size) {
   return 0;
 }
 
-// Decodes one field at `pos`; `record` has `room` writable bytes. Widens `reach` to the end of
-// what a decode cap wrote past the record.
+// What one record's decoding has written where no field of its own lies: a decode cap runs a
+// text past its array, into later fields or past the record.
+struct Spill {
+  std::int64_t from = 0, to = 0;  // bytes [from, to) of the record hold a cap's overflow
+  std::int64_t reach = 0;         // end of all bytes written
+
+  // The bytes [a, b) of a text's bounded copy that the copy did not write read as zero: they
+  // are, unless a cap spilled there.
+  void clear(u8* record, std::int64_t a, std::int64_t b) const {
+    const std::int64_t lo = std::max(a, from), hi = std::min(b, to);
+    if (lo < hi) std::memset(record + lo, 0, static_cast<std::size_t>(hi - lo));
+  }
+  void wrote(std::int64_t fieldEnd, std::int64_t end) {
+    reach = std::max(reach, end);
+    if (end <= fieldEnd) return;
+    from = from < to ? std::min(from, fieldEnd) : fieldEnd;
+    to = std::max(to, end);
+  }
+};
+
+// Decodes one field at `pos` into a zero record; `record` has `room` writable bytes.
 void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record, std::int64_t room,
-                 std::int64_t base, char flag, std::int64_t& reach) {
+                 std::int64_t base, char flag, Spill& spill) {
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
   switch (f.kind) {
@@ -88,8 +107,9 @@ void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record
       // keeps one byte less so that it always ends in zero.
       std::int64_t cap = f.kind == Kind::Text ? f.cap : f.width - 1;
       std::int64_t k = std::min<std::int64_t>({length, cap, room - at});
-      compact::copyText(in, pos, dst, k);
-      reach = std::max(reach, at + k);
+      const std::int64_t copied = compact::copyTextPrefix(in, pos, dst, k);
+      spill.clear(record, at + copied, at + k);
+      spill.wrote(at + f.width, at + copied);
       pos += length;
       return;
     }
@@ -156,23 +176,25 @@ std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
 
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag) {
-  std::int64_t pos = 0, reach = layout.size;
+  std::int64_t pos = 0;
+  Spill spill;
+  spill.reach = layout.size;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
-    if (pos >= available) return reach;
+    if (pos >= available) return spill.reach;
     if (f->kind != Kind::Group) {
-      decodeField(*f, in, pos, record, room, 0, flag, reach);
+      decodeField(*f, in, pos, record, room, 0, flag, spill);
       continue;
     }
     const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
     for (std::int64_t e = 0; e < n; ++e) {
       for (std::uint16_t m = 1; m <= f->members; ++m) {
-        if (pos >= available) return reach;
-        decodeField(f[m], in, pos, record, room, f->offset + e * f->stride, flag, reach);
+        if (pos >= available) return spill.reach;
+        decodeField(f[m], in, pos, record, room, f->offset + e * f->stride, flag, spill);
       }
     }
     f += f->members;
   }
-  return reach;
+  return spill.reach;
 }
 
 }  // namespace trdcomp::records

@@ -289,6 +289,14 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
     }
   auto present = [&](int j) { return j / 7 < m && (in.at(j / 7) & bitOf(j)); };
   const u8* prior = previous.record ? previous.record->data() : nullptr;
+  // A block without a present field repeats the previous record: every field of it, and the
+  // bytes between fields, which restore as zero in both. One copy does it.
+  bool any = false;
+  for (std::int64_t i = 0; i < m; ++i) any = any || (in.at(i) & 0x7F);
+  if (!any && prior && previous.record->size() >= size) {
+    std::memcpy(record, prior, static_cast<std::size_t>(size));
+    return previous.index;
+  }
   const InView written(record, size);
   std::int64_t pos = m;
   int j = 0;
