@@ -27,10 +27,13 @@ int main() {
   head.recCount = 2;
   head.recSize = sizeof(Request1002);
 
-  std::vector<char> packed(sizeof head + 2 * sizeof records + 64);
+  // The bound is the most that packing these records can write.
+  std::vector<char> packed(
+      static_cast<std::size_t>(CTrdCompData::PackReqBound(&head, sizeof records)));
   int packedLen = 0;
-  CTrdCompData::PackReq2008(packed.data(), packedLen, &head, reinterpret_cast<char*>(records),
-                            sizeof records, 0);
+  if (!CTrdCompData::PackReq2008(packed.data(), packedLen, &head, reinterpret_cast<char*>(records),
+                                 sizeof records, 0))
+    return 1;
 
   char* restored = nullptr;
   int restoredLen = 0;
