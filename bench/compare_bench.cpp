@@ -10,15 +10,18 @@
 //   wide    1000-record answers of the widest layouts (most fields): throughput in GB/s,
 //           memcpy beside it
 //   threads the whole `every` workload packed and restored by one thread, then by two threads
-//           each on its own copies (each thread pinned to its own CPU where the system allows)
-// Times are CPU time per operation (real time for the threads), measured by Google Benchmark.
+//           each on its own copies (free to use every CPU)
+// Times are CPU time per operation (real time for the threads), measured by Google Benchmark,
+// the fastest of three repetitions.
 // The program prints the aggregate ratios with their targets and writes every figure to a
 // CSV (--csv FILE) that scripts/plot_bench.py draws.
 //
-//   trdcomp_compare [--csv FILE] [--min-time SECONDS] [--smoke] [--verbose] [--benchmark_...]
+//   trdcomp_compare [--csv FILE] [--min-time SECONDS] [--repetitions N] [--smoke] [--verbose]
+//   [--benchmark_...]
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -53,9 +56,10 @@ const char* const kCodecs[] = {"2008", "2011"};
 
 struct Options {
   std::string csv;
-  double minTime = 0.01;  // seconds per measurement
-  bool smoke = false;     // a few numbers, very short runs: shows the program works
-  bool verbose = false;   // Google Benchmark's own table as well
+  double minTime = 0.005;  // seconds per repetition of a measurement of up to 64 KiB
+  int repetitions = 3;     // the fastest counts: other work on the machine only slows runs
+  bool smoke = false;      // a few numbers, very short runs: shows the program works
+  bool verbose = false;    // Google Benchmark's own table as well
 };
 
 // One measurement: what was run, and its time once the reporter has seen it.
@@ -121,19 +125,21 @@ void runOp(benchmark::State& state, Message& m, Op op) {
   }
 }
 
+// The comparison runs on one core (taskset -c 0); the threads may use every CPU, and the
+// system places them, so that work of others on one CPU does not hold a thread there.
 #if defined(__linux__)
 cpu_set_t savedAffinity;
 void saveAffinity() {
   CPU_ZERO(&savedAffinity);
   pthread_getaffinity_np(pthread_self(), sizeof savedAffinity, &savedAffinity);
 }
-void pinTo(int cpu) {
+void allowEveryCpu(int cpus) {
   cpu_set_t set;
   CPU_ZERO(&set);
-  CPU_SET(cpu, &set);
+  for (int cpu = 0; cpu < cpus && cpu < CPU_SETSIZE; ++cpu) CPU_SET(cpu, &set);
   pthread_setaffinity_np(pthread_self(), sizeof set, &set);
 }
-void unpin() {
+void restoreAffinity() {
   pthread_setaffinity_np(pthread_self(), sizeof savedAffinity, &savedAffinity);
 }
 int onlineCpus() {
@@ -141,8 +147,8 @@ int onlineCpus() {
 }
 #else
 void saveAffinity() {}
-void pinTo(int) {}
-void unpin() {}
+void allowEveryCpu(int) {}
+void restoreAffinity() {}
 int onlineCpus() {
   return static_cast<int>(std::thread::hardware_concurrency());
 }
@@ -150,7 +156,7 @@ int onlineCpus() {
 
 // Every thread packs and restores its own copies of the whole `every` workload.
 void runThreads(benchmark::State& state, const std::vector<Message*>& work, int cpus) {
-  pinTo(state.thread_index() % cpus);
+  allowEveryCpu(cpus);
   std::vector<Message> mine;
   for (const Message* m : work) mine.push_back(*m);
   std::vector<std::unique_ptr<Worker>> workers;
@@ -160,7 +166,7 @@ void runThreads(benchmark::State& state, const std::vector<Message*>& work, int 
       benchmark::DoNotOptimize(workers[i]->pack(mine[i]));
       workers[i]->restore(mine[i]);
     }
-  if (state.thread_index() == 0) unpin();
+  if (state.thread_index() == 0) restoreAffinity();
 }
 
 // Collects every run's times; prints Google Benchmark's table only when asked.
@@ -189,9 +195,11 @@ class Collector : public benchmark::BenchmarkReporter {
                      r.error_message.c_str());
         std::exit(1);
       }
-      it->second->cpuNs = r.GetAdjustedCPUTime();
-      it->second->realNs = r.GetAdjustedRealTime();
-      if (++done_ % 500 == 0 && !run_.options.verbose)
+      Measure& m = *it->second;
+      const bool first = m.cpuNs < 0;
+      m.cpuNs = first ? r.GetAdjustedCPUTime() : std::min(m.cpuNs, r.GetAdjustedCPUTime());
+      m.realNs = first ? r.GetAdjustedRealTime() : std::min(m.realNs, r.GetAdjustedRealTime());
+      if (first && ++done_ % 500 == 0 && !run_.options.verbose)
         std::fprintf(stderr, "  %zu of %zu measured\n", done_, total_);
     }
     if (run_.options.verbose) console_.ReportRuns(runs);
@@ -203,7 +211,9 @@ class Collector : public benchmark::BenchmarkReporter {
   benchmark::ConsoleReporter console_{benchmark::ConsoleReporter::OO_Tabular};
 };
 
-void add(Session& run, const std::string& group, Message& m, Op op, double minTime) {
+// Large messages run longer: they weigh most in the sums, and vary most from run to run.
+void add(Session& run, const std::string& group, Message& m, Op op) {
+  const double scale = std::clamp(static_cast<double>(m.raw.size()) / 65536, 1.0, 40.0);
   Measure& measure = run.measures.emplace_back();
   measure.group = group;
   measure.message = &m;
@@ -217,7 +227,8 @@ void add(Session& run, const std::string& group, Message& m, Op op, double minTi
   benchmark::RegisterBenchmark(name.c_str(),
                                [&m, op](benchmark::State& state) { runOp(state, m, op); })
       ->Unit(benchmark::kNanosecond)
-      ->MinTime(minTime);
+      ->MinTime(run.options.minTime * scale)
+      ->Repetitions(run.options.repetitions);
 }
 
 // The single-section answer layouts with the most fields, one number each.
@@ -263,7 +274,7 @@ void build(Session& run) {
         if (!measured(n)) continue;
         for (Op op : {Op::Pack, Op::Restore, Op::Lz4Compress, Op::Lz4Decompress, Op::ZstdCompress,
                       Op::ZstdDecompress})
-          add(run, "every", m, op, o.minTime);
+          add(run, "every", m, op);
       }
 
   for (int codec = 0; codec < 2; ++codec)
@@ -272,8 +283,8 @@ void build(Session& run) {
       if (e->requestForm != trdcomp::frame::RequestForm::Routine) continue;
       Message& m = run.messages.emplace_back(makeMessage(n, codec, false, 1));
       if (!measured(n)) continue;
-      add(run, "one", m, Op::Restore, o.minTime);
-      add(run, "one", m, Op::MallocMemcpyFree, o.minTime);
+      add(run, "one", m, Op::Restore);
+      add(run, "one", m, Op::MallocMemcpyFree);
     }
 
   const auto wide = widestAnswers();
@@ -283,7 +294,7 @@ void build(Session& run) {
           run.messages.emplace_back(makeMessage(wide[i], codec, true, o.smoke ? 10 : kWideRecords));
       for (Op op : {Op::Pack, Op::Restore, Op::Lz4Compress, Op::Lz4Decompress, Op::ZstdCompress,
                     Op::ZstdDecompress, Op::Memcpy})
-        add(run, "wide", m, op, o.minTime * 10);
+        add(run, "wide", m, op);
     }
 
   run.cpus = onlineCpus();
@@ -301,7 +312,8 @@ void build(Session& run) {
           ->Threads(threads)
           ->UseRealTime()
           ->Unit(benchmark::kNanosecond)
-          ->MinTime(o.smoke ? 0.01 : 1.0);
+          ->MinTime(o.smoke ? 0.01 : 1.0)
+          ->Repetitions(o.repetitions);
     }
   }
 }
@@ -360,7 +372,23 @@ std::vector<Target> report(const Session& run, std::FILE* out) {
   std::fprintf(out,
                "Time ratio, aggregate over all numbers (sum of trdcomp time / sum of the "
                "other's)\n");
-  std::fprintf(out, "%-31s %9s %9s %9s %9s\n", "", "requests", "answers", "all", "/zstd-1");
+  // Per number (request and answer together), for the geometric mean: the sums weigh large
+  // messages most, the mean shows the typical number.
+  std::map<std::uint32_t, double> perNumber[2][8];
+  for (const Measure& m : run.measures)
+    if (m.group == "every")
+      perNumber[m.message->codec][static_cast<int>(m.op)][m.message->number] += m.cpuNs;
+  auto geometricMean = [&](int codec, Op op, Op other) {
+    double logs = 0;
+    int n = 0;
+    for (const auto& [number, ns] : perNumber[codec][static_cast<int>(op)]) {
+      const double base = perNumber[codec][static_cast<int>(other)][number];
+      if (ns > 0 && base > 0) logs += std::log(ns / base), ++n;
+    }
+    return n ? std::exp(logs / n) : 0.0;
+  };
+  std::fprintf(out, "%-31s %9s %9s %9s %9s %9s\n", "", "requests", "answers", "all", "geo-mean",
+               "/zstd-1");
   for (int codec = 0; codec < 2; ++codec) {
     for (Op op : {Op::Restore, Op::Pack}) {
       const Op lz4 = op == Op::Restore ? Op::Lz4Decompress : Op::Lz4Compress;
@@ -368,12 +396,16 @@ std::vector<Target> report(const Session& run, std::FILE* out) {
       char name[64];
       std::snprintf(name, sizeof name, "%s %-7s / LZ4 %s", kCodecs[codec], opName(op),
                     op == Op::Restore ? "decompress" : "compress");
-      std::fprintf(out, "%-31s %8.2fx %8.2fx %8.2fx %8.2fx\n", name,
+      std::fprintf(out, "%-31s %8.2fx %8.2fx %8.2fx %8.2fx %8.2fx\n", name,
                    ratio(every[codec][0][op], every[codec][0][lz4]),
                    ratio(every[codec][1][op], every[codec][1][lz4]),
-                   ratio(all[codec][op], all[codec][lz4]), ratio(all[codec][op], all[codec][zstd]));
+                   ratio(all[codec][op], all[codec][lz4]), geometricMean(codec, op, lz4),
+                   ratio(all[codec][op], all[codec][zstd]));
     }
   }
+  std::fprintf(out,
+               "(all: the aggregate the targets count; geo-mean: of the per-number ratios; "
+               "/zstd-1: all,\nagainst zstd level 1)\n");
   targets.push_back({"2008 restore / LZ4 decompress",
                      ratio(all[0][Op::Restore], all[0][Op::Lz4Decompress]), 2.0, true});
   targets.push_back(
@@ -464,7 +496,7 @@ std::vector<Target> report(const Session& run, std::FILE* out) {
   if (run.cpus >= 2)
     std::fprintf(out,
                  "\nTwo threads, each packing and restoring its own copies of the workload (both "
-                 "codecs;\nthreads pinned to CPUs 0 and 1): %.2fx the throughput of one in real "
+                 "codecs;\nthreads free to use every CPU): %.2fx the throughput of one in real "
                  "time.\nCPU time per pass: %.1f ms alone, %.1f ms with two threads (%.2fx "
                  "with two idle cores).\n",
                  scaling, cpu[1] / 1e6, cpu[2] / 1e6, 2 * ratio(cpu[1], cpu[2]));
@@ -528,9 +560,15 @@ bool parse(int argc, char** argv, Options& o) {
       if (o.minTime <= 0) return false;
       continue;
     }
+    if (value("--repetitions", v)) {
+      o.repetitions = std::atoi(v.c_str());
+      if (o.repetitions < 1) return false;
+      continue;
+    }
     if (a == "--smoke") {
       o.smoke = true;
       o.minTime = 0.001;
+      o.repetitions = 1;
       continue;
     }
     if (a == "--verbose") {
@@ -548,10 +586,11 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   Session run;
   if (!parse(argc, argv, run.options)) {
-    std::fprintf(stderr,
-                 "usage: %s [--csv FILE] [--min-time SECONDS] [--smoke] [--verbose] "
-                 "[--benchmark_...]\n",
-                 argv[0]);
+    std::fprintf(
+        stderr,
+        "usage: %s [--csv FILE] [--min-time SECONDS] [--repetitions N] [--smoke] [--verbose] "
+        "[--benchmark_...]\n",
+        argv[0]);
     return 2;
   }
 #if !defined(NDEBUG)

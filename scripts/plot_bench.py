@@ -74,7 +74,7 @@ def main():
     top.set_ylabel("trdcomp time / LZ4 time")
     top.set_xlabel("function number (10-record request + 100-record answer)")
     top.set_title("Per number; solid lines: aggregate over all numbers, dashed: targets")
-    top.legend(fontsize=8, ncol=4, loc="upper left")
+    top.legend(fontsize=8, ncol=4, loc="lower center")
     top.grid(True, which="both", axis="y", alpha=0.3)
 
     left = fig.add_subplot(grid[1, 0])
