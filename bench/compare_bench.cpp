@@ -160,7 +160,7 @@ void runThreads(benchmark::State& state, const std::vector<Message*>& work, int 
   std::vector<Message> mine;
   for (const Message* m : work) mine.push_back(*m);
   std::vector<std::unique_ptr<Worker>> workers;
-  for (const Message& m : mine) workers.push_back(std::make_unique<Worker>(m));
+  for (Message& m : mine) workers.push_back(std::make_unique<Worker>(m));
   for (auto _ : state)
     for (std::size_t i = 0; i < mine.size(); ++i) {
       benchmark::DoNotOptimize(workers[i]->pack(mine[i]));

@@ -23,9 +23,14 @@ char* chars(Bytes& b) {
   std::exit(1);
 }
 
-// Room for any packed form: records may grow by their length prefixes.
-std::size_t packRoom(const Message& m) {
-  return 2 * m.raw.size() + 4096;
+// The library's bound on the packed size of the message.
+std::size_t packRoom(Message& m) {
+  const long long bound =
+      m.isAnswer
+          ? CTrdCompData::PackAnsBound(&m.answer.proc, m.codec << 4)
+          : CTrdCompData::PackReqBound(&m.request.head, static_cast<int>(m.request.body.size()));
+  if (bound < 76) refuse(m, "no packed-size bound");
+  return static_cast<std::size_t>(bound);
 }
 
 int packTo(Message& m, unsigned char* out, int room) {
@@ -76,15 +81,11 @@ Message makeMessage(std::uint32_t number, int codec, bool isAnswer, int records)
   m.isAnswer = isAnswer;
   m.records = records;
   const std::uint32_t seed = number * 2 + static_cast<std::uint32_t>(codec);
-  std::size_t sent = 0;
-  if (isAnswer) {
+  if (isAnswer)
     m.answer = realistic::makeAnswer(number, codec != 0, records, seed);
-    for (const Bytes& s : m.answer.sections) sent += s.size();
-  } else {
+  else
     m.request = realistic::makeRequest(number, codec, records, seed);
-    sent = m.request.body.size();
-  }
-  m.packed.assign(2 * sent + 8192, 0);
+  m.packed.assign(packRoom(m), 0);
   m.packed.resize(
       static_cast<std::size_t>(packTo(m, m.packed.data(), static_cast<int>(m.packed.size()))));
 
@@ -120,7 +121,7 @@ Message makeMessage(std::uint32_t number, int codec, bool isAnswer, int records)
   return m;
 }
 
-Worker::Worker(const Message& m)
+Worker::Worker(Message& m)
     : out_(std::max({packRoom(m),
                      static_cast<std::size_t>(LZ4_compressBound(static_cast<int>(m.raw.size()))),
                      ZSTD_compressBound(m.raw.size())}),
@@ -134,9 +135,9 @@ Worker::~Worker() {
 }
 
 int Worker::pack(Message& m) {
-  std::memset(out_.data(), 0, static_cast<std::size_t>(packed_));
-  packed_ = packTo(m, out_.data(), static_cast<int>(out_.size()));
-  return packed_;
+  // The flags are ORed into byte 8 of an answer header and bytes 9 to 19 are the caller's.
+  if (m.isAnswer) std::memset(out_.data() + 8, 0, 12);
+  return packTo(m, out_.data(), static_cast<int>(out_.size()));
 }
 
 void Worker::restore(Message& m) {

@@ -56,13 +56,13 @@ Message makeMessage(std::uint32_t number, int codec, bool isAnswer, int records)
 // zstd contexts are made by the first call that needs them).
 class Worker {
  public:
-  explicit Worker(const Message& m);
+  explicit Worker(Message& m);
   ~Worker();
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  // trdcomp into a zero-filled buffer (the 2011 packer adds each block length into its slot,
-  // so the part used last time is zeroed again first, as a caller must).
+  // trdcomp into a buffer of the library's bound, reused (for an answer, header bytes 8 to 19
+  // are zeroed first: the packer ORs the flags into byte 8 and leaves 9 to 19 to the caller).
   int pack(Message& m);
   // trdcomp into a new buffer, released again.
   void restore(Message& m);
@@ -76,7 +76,6 @@ class Worker {
 
  private:
   Bytes out_;
-  int packed_ = 0;
   ZSTD_CCtx* cctx_;
   ZSTD_DCtx* dctx_;
 };

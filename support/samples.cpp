@@ -161,14 +161,9 @@ Answer makeAnswer(std::uint32_t number, bool codec2011, int count, std::uint32_t
   return a;
 }
 
-// Room for any sample: records may grow by their length prefixes, and some layouts carry
-// 32 KiB blocks.
-static std::size_t packRoom(std::size_t raw) {
-  return 2 * raw + 4096;
-}
-
 Bytes packRequest(tagREQ_HEAD head, Bytes body, char flag) {
-  Bytes out(packRoom(body.size()), 0);
+  const long long bound = CTrdCompData::PackReqBound(&head, static_cast<int>(body.size()));
+  Bytes out(static_cast<std::size_t>(bound > 0 ? bound : 76), 0);
   int length = 0;
   CTrdCompData::PackReq2008(reinterpret_cast<char*>(out.data()), length, &head,
                             reinterpret_cast<char*>(body.data()), static_cast<int>(body.size()),
@@ -178,14 +173,12 @@ Bytes packRequest(tagREQ_HEAD head, Bytes body, char flag) {
 }
 
 Bytes packAnswer(tagANS_Proc proc, std::vector<Bytes> sections, char flag, int codecSel) {
-  std::size_t total = 0;
   sections.resize(5);
   char* sec[5];
-  for (int i = 0; i < 5; ++i) {
-    total += sections[i].size();
+  for (int i = 0; i < 5; ++i)
     sec[i] = sections[i].empty() ? nullptr : reinterpret_cast<char*>(sections[i].data());
-  }
-  Bytes out(packRoom(total), 0);
+  const long long bound = CTrdCompData::PackAnsBound(&proc, codecSel);
+  Bytes out(static_cast<std::size_t>(bound > 96 ? bound : 96), 0);
   int length = 0;
   CTrdCompData::PackAns2008(reinterpret_cast<char*>(out.data()), static_cast<int>(out.size()),
                             length, &proc, sec[0], sec[1], sec[2], sec[3], sec[4], flag, codecSel);

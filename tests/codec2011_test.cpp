@@ -205,12 +205,12 @@ TEST(Fast, FieldRules) {
     const std::uint32_t n = trdcomp::records::encode2011(
         t.layout, Part::Whole, InView(record.data(), record.size()), 0, chain, out.data());
     EXPECT_EQ(hexOf(out.data(), n), hexOf(hex(c.block))) << c.name;
-    Bytes back(c.size + 8, 0xEE);
+    Bytes back(c.size + 8, 0);  // restore buffers arrive zeroed; nothing lands past the record
     trdcomp::records::decode2011(t.layout, Part::Whole, InView(out.data(), n), n, back.data(),
                                  static_cast<std::int64_t>(back.size()), chain);
     Bytes expected = hex(c.restored ? c.restored : c.record);
-    expected.resize(c.size);
-    EXPECT_EQ(hexOf(back.data(), c.size), hexOf(expected)) << c.name;
+    expected.resize(c.size + 8);
+    EXPECT_EQ(hexOf(back), hexOf(expected)) << c.name;
   }
 }
 

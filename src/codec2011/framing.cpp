@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "primitives/bytes.h"
 #include "primitives/raw.h"
 #include "records/codec2011.h"
 
@@ -14,29 +13,31 @@ using records::Layout;
 using records::Part;
 using records::Previous;
 
-constexpr int kRequestHeader = 76;
-constexpr int kAnswerHeader = 96;
 constexpr int kRequestSlack = 1024;
 constexpr int kAnswerSlack = 10;
 
-// Appends one block: a u16 length slot, then the map and the fields. The slot is added to, not
-// overwritten, as deployed packers do; the output buffer must be zero where blocks go.
+// Appends one block: a u16 length slot, then the map and the fields.
 void appendBlock(const Layout& layout, Part part, const InView& current, std::uint16_t index,
-                 const Previous& previous, u8* out, int& outLen) {
-  u8* slot = out + outLen;
+                 const Previous& previous, OutBuffer& out, Slots slots) {
+  u8* slot = out.reserve(2 + records::maxBlock2011(layout, part));
+  if (!slot) return;
   const std::uint32_t bytes = records::encode2011(layout, part, current, index, previous, slot + 2);
-  const auto length = static_cast<std::uint16_t>(loadU16(slot) + bytes);
+  const std::uint16_t held = slots == Slots::Add && out.inPlace(slot) ? loadU16(slot) : 0;
+  const auto length = static_cast<std::uint16_t>(held + bytes);
   storeU16(slot, length);
-  outLen += length + 2;
+  out.commit(slot, 2 + std::int64_t(length));
 }
 
-// `count` records every `stride` bytes of `records`, each compared with the one before it.
+// `count` records every `stride` bytes of `records`, each compared with the one before it and
+// viewed over the layout's size at most.
 void packRecords(const Layout& layout, const InView& records, std::int64_t count,
-                 std::int32_t stride, u8* out, int& outLen) {
+                 std::int64_t stride, OutBuffer& out, Slots slots) {
+  // Every block takes its length slot and its map at least.
+  if (!out.expect(sizeTimes(count, 2 + records::mapLength(layout, Part::Whole)))) return;
   InView previous;
-  for (std::int64_t i = 0; i < count; ++i) {
-    const InView current = records.from(i * stride);
-    appendBlock(layout, Part::Whole, current, 0, Previous{i ? &previous : nullptr}, out, outLen);
+  for (std::int64_t i = 0; i < count && !out.failed(); ++i) {
+    const InView current = records.window(i * stride, records::recordExtent(layout, stride));
+    appendBlock(layout, Part::Whole, current, 0, Previous{i ? &previous : nullptr}, out, slots);
     previous = current;
   }
 }
@@ -71,60 +72,59 @@ std::uint64_t groupHash(const Layout& layout, const InView& r) {
 
 // A dictionary section: the distinct groups of identifying fields, in order of first
 // appearance, then every record as its group's 16-bit index and its other fields.
-void packDictionary(const Layout& layout, const InView& records, std::int32_t count,
-                    std::int32_t stride, u8* out, int& outLen) {
+bool packDictionary(const Layout& layout, const InView& records, std::int32_t count,
+                    std::int64_t stride, OutBuffer& out, Slots slots) {
+  // The two counts and a reduced block per record at least: no need to index what cannot fit.
+  if (!out.expect(4 + sizeTimes(count, 2 + records::mapLength(layout, Part::Reduced))))
+    return true;
   const std::size_t n = count > 0 ? static_cast<std::size_t>(count) : 0;
+  const std::int64_t extent = records::recordExtent(layout, stride);
+  const auto record = [&](std::int64_t i) { return records.window(i * stride, extent); };
   // first[k]: the record that brought entry k; index[i]: record i's entry; slots: a hash table
   // of entries, so that finding a group does not walk the whole table.
   std::size_t slotCount = 16;
   while (slotCount < 2 * n) slotCount *= 2;
-  auto* first = static_cast<std::int32_t*>(std::calloc(n + 1, sizeof(std::int32_t)));
-  auto* index = static_cast<std::uint16_t*>(std::calloc(n + 1, sizeof(std::uint16_t)));
-  auto* slots = static_cast<std::int32_t*>(std::calloc(slotCount, sizeof(std::int32_t)));
-  if (first && index && slots) {
-    std::int32_t entries = 0;
-    for (std::int32_t i = 0; i < count; ++i) {
-      const InView record = records.from(std::int64_t(i) * stride);
-      std::size_t s = groupHash(layout, record) & (slotCount - 1);
-      while (slots[s] &&
-             !sameGroup(layout, records.from(std::int64_t(first[slots[s] - 1]) * stride), record))
-        s = (s + 1) & (slotCount - 1);
-      if (!slots[s]) {
-        first[entries] = i;
-        slots[s] = ++entries;
-      }
-      index[i] = static_cast<std::uint16_t>(slots[s] - 1);
+  Scratch<std::int32_t> first(n + 1), table(static_cast<std::int64_t>(slotCount));
+  Scratch<std::uint16_t> index(n + 1);
+  if (!first || !table || !index) return false;
+  std::int32_t entries = 0;
+  for (std::int32_t i = 0; i < count; ++i) {
+    const InView current = record(i);
+    std::size_t s = groupHash(layout, current) & (slotCount - 1);
+    while (table[s] && !sameGroup(layout, record(first[table[s] - 1]), current))
+      s = (s + 1) & (slotCount - 1);
+    if (!table[s]) {
+      first[entries] = i;
+      table[s] = ++entries;
     }
-    storeU16(out + outLen, static_cast<std::uint16_t>(entries));
-    outLen += 2;
-    InView previous;
-    for (std::int32_t k = 0; k < entries; ++k) {
-      const InView entry = records.from(std::int64_t(first[k]) * stride);
-      appendBlock(layout, Part::Group, entry, 0, Previous{k ? &previous : nullptr}, out, outLen);
-      previous = entry;
-    }
-    storeU16(out + outLen, static_cast<std::uint16_t>(count));
-    outLen += 2;
-    for (std::int32_t i = 0; i < count; ++i) {
-      const InView current = records.from(std::int64_t(i) * stride);
-      const Previous before{i ? &previous : nullptr,
-                            static_cast<std::uint16_t>(i ? index[i - 1] : 0)};
-      appendBlock(layout, Part::Reduced, current, index[i], before, out, outLen);
-      previous = current;
-    }
+    index[i] = static_cast<std::uint16_t>(table[s] - 1);
   }
-  std::free(first);
-  std::free(index);
-  std::free(slots);
+  out.appendU16(static_cast<std::uint16_t>(entries));
+  InView previous;
+  for (std::int32_t k = 0; k < entries && !out.failed(); ++k) {
+    const InView entry = record(first[k]);
+    appendBlock(layout, Part::Group, entry, 0, Previous{k ? &previous : nullptr}, out, slots);
+    previous = entry;
+  }
+  out.appendU16(static_cast<std::uint16_t>(count));
+  for (std::int32_t i = 0; i < count && !out.failed(); ++i) {
+    const InView current = record(i);
+    const Previous before{i ? &previous : nullptr,
+                          static_cast<std::uint16_t>(i ? index[i - 1] : 0)};
+    appendBlock(layout, Part::Reduced, current, index[i], before, out, slots);
+    previous = current;
+  }
+  return true;
 }
 
 // Decodes `count` blocks into records of the layout's size from `first` on, each chained to the
-// one before; reading stops where the message ends (the records after stay zero).
+// one before; reading stops where the message ends (the records after stay zero, unvisited).
 void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                   std::int64_t count, const u8* end) {
+                   std::int64_t count, const u8* end, const RestoreOptions& options) {
   const std::int64_t size = layout.size;
   InView previous;
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
+    options.step();
     u8* record = first + i * size;
     const std::uint16_t length = in.u16(pos);
     records::decode2011(layout, Part::Whole, in.from(pos + 2), length, record, end - record,
@@ -135,120 +135,161 @@ void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8
 }
 
 // Decodes a dictionary section: D entries, the section's count (which must equal `count`),
-// then the reduced records, each completed from its entry. False when the count differs or an
-// index names no entry.
-bool decodeDictionary(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                      std::int64_t count, const u8* end) {
+// then the reduced records, each completed from its entry. The table holds only the entries
+// whose blocks the input can hold (two bytes each at least); an index past them but below D
+// names an entry that restored as zeros, as it would have in a full table.
+Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
+                        std::int64_t count, const u8* end, const RestoreOptions& options) {
   const std::int64_t size = layout.size;
   const std::uint16_t entries = in.u16(pos);
   pos += 2;
-  u8* table = allocateZeroed(std::int64_t(entries) * size + 1);
-  if (!table) return false;
+  const std::int64_t held =
+      std::min<std::int64_t>(entries, std::max<std::int64_t>(0, (in.size() - pos) / 2));
+  Scratch<u8> table(held * size);
+  if (held > 0 && !table) return TRDCOMP_ERROR_ALLOCATION;
   InView previous;
-  for (std::int64_t k = 0; k < entries && in.has(pos); ++k) {
-    u8* entry = table + k * size;
+  for (std::int64_t k = 0; k < held && in.has(pos); ++k) {
+    options.step();
+    u8* entry = table.get() + k * size;
     const std::uint16_t length = in.u16(pos);
     records::decode2011(layout, Part::Group, in.from(pos + 2), length, entry, size,
                         Previous{k ? &previous : nullptr});
     previous = InView(entry, size);
     pos += 2 + length;
   }
-  bool ok = in.u16(pos) == count;
+  if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;
   pos += 2;
   Previous before;
-  for (std::int64_t i = 0; ok && i < count && in.has(pos); ++i) {
+  for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
+    options.step();
     u8* record = first + i * size;
     const std::uint16_t length = in.u16(pos);
     const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
                                                     record, end - record, before);
-    if (index >= entries) {
-      ok = false;
-      break;
-    }
-    for (const records::Field& f : layout)
-      if (f.dictionary) std::memcpy(record + f.offset, table + index * size + f.offset, f.width);
+    if (index >= entries) return TRDCOMP_ERROR_DICTIONARY_INDEX;
+    if (index < held)
+      for (const records::Field& f : layout)
+        if (f.dictionary)
+          std::memcpy(record + f.offset, table.get() + index * size + f.offset, f.width);
     previous = InView(record, size);
     before = Previous{&previous, index};
     pos += 2 + length;
   }
-  release(table);
-  return ok;
+  return TRDCOMP_OK;
 }
 
 }  // namespace
 
-int packRequest(const Layout& layout, char* out, int& outLen, const char* body, int bodyLen,
-                int nibble) {
-  if (layout.opaque) return 1;  // a record without codec is never sent
-  u8* o = reinterpret_cast<u8*>(out);
-  if (appendShortBody(o, outLen, body, bodyLen, layout.size)) return 1;
-  if (nibble < 1) return 1;
+Status packRequest(const Layout& layout, OutBuffer& out, const char* body, int bodyLen, int nibble,
+                   Slots slots) {
+  if (layout.opaque) return TRDCOMP_OK;  // a record without codec is never sent
+  if (Status s = checkBody(body, bodyLen)) return s;
+  if (appendShortBody(out, body, bodyLen, layout.size))
+    return out.failed() ? TRDCOMP_ERROR_OUTPUT_TOO_SMALL : TRDCOMP_OK;
+  if (nibble < 1) return TRDCOMP_OK;
   // The count travels in 16 bits, and only that many records are sent.
-  const std::uint16_t count = static_cast<std::uint16_t>(loadI32(o + 68));
-  storeU16(o + outLen, count);
-  outLen += 2;
-  packRecords(layout, InView(body, bodyLen), count, loadI32(o + 72), o, outLen);
-  o[8] |= 1;
-  return 1;
+  u8* header = out.base();
+  const std::uint16_t count = static_cast<std::uint16_t>(loadI32(header + 68));
+  const std::int32_t stride = loadI32(header + 72);
+  if (Status s = checkRecords(count, stride, bodyLen)) return s;
+  out.appendU16(count);
+  packRecords(layout, InView(body, bodyLen), count, stride, out, slots);
+  if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  header[8] |= 1;
+  return TRDCOMP_OK;
 }
 
-int restoreRequest(const Layout& layout, const char* inBytes, int inLen, char** out, int& outLen,
-                   int nibble) {
-  if (!out) return 0;
-  const InView in(inBytes, inLen);
+std::int64_t requestBodyBound(const Layout& layout, std::int32_t count, int bodyLen, int nibble) {
+  if (layout.opaque) return 0;
+  if (bodyLen >= 0 && static_cast<std::uint32_t>(bodyLen) < layout.size) return bodyLen;
+  if (nibble < 1) return 0;
+  const std::uint16_t sent = static_cast<std::uint16_t>(count);
+  return 2 + sizeTimes(sent, 2 + records::maxBlock2011(layout, Part::Whole));
+}
+
+Status restoreRequest(const Layout& layout, const InView& in, char** out, int& outLen, int nibble,
+                      const RestoreOptions& options) {
+  if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
   const u8 flags = in.at(8);
-  if ((flags & 2) && !layout.keepsSectionBit) return 0;
+  if ((flags & 2) && !layout.keepsSectionBit) return TRDCOMP_ERROR_SECTION_BIT;
   const std::int32_t count = in.i32(68);
+  // A count that the input cannot hold is refused before anything is allocated: a block takes
+  // two bytes at least, behind the two of the packed count; a raw record takes its size.
+  std::int64_t pos = in.u32(0);
+  if (!(flags & 1)) {
+    if (Status s = checkRawRequest(in, count, in.i32(72))) return s;
+  } else if (nibble >= 1 && count > 0 && 2 + std::int64_t(count) * 2 > in.size() - pos) {
+    return TRDCOMP_ERROR_COUNT_BEYOND_INPUT;
+  }
   const std::int64_t size = layout.size;
   std::int64_t length;
-  if (!restoredLength(count, size, kRequestHeader, kRequestSlack, length)) return 0;
-  outLen = static_cast<int>(length);
+  if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
+    return s;
   u8* o = allocateZeroed(length + kRequestSlack);
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
+  outLen = static_cast<int>(length);
   *out = reinterpret_cast<char*>(o);
-  if (!o) return 0;
   in.copyAvailable(o, 0, kRequestHeader);
   if (!(flags & 1)) {
-    copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size);
+    copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size, options);
   } else if (nibble >= 1) {
-    std::int64_t pos = in.u32(0);
-    if (in.u16(pos) != count) return 0;  // the buffer is the caller's to release
+    if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;  // the buffer stays in *out
     pos += 2;
-    decodeRecords(layout, in, pos, o + kRequestHeader, count, o + length + kRequestSlack);
+    decodeRecords(layout, in, pos, o + kRequestHeader, count, o + length + kRequestSlack, options);
   }
   storeU32(o, kRequestHeader);
   storeU32(o + 72, layout.size);
-  return 1;
+  return TRDCOMP_OK;
 }
 
-int packAnswer(const records::AnswerLayout& layout, char* out, int& outLen, const tagANS_Proc* proc,
-               char* const sections[5], int nibble) {
-  if (nibble < 1) return 1;
-  u8* o = reinterpret_cast<u8*>(out);
+Status packAnswer(const records::AnswerLayout& layout, OutBuffer& out, const tagANS_Proc& proc,
+                  char* const sections[5], int nibble, Slots slots) {
+  if (nibble < 1) return TRDCOMP_OK;
+  for (int s = 0; s < layout.sectionCount; ++s) {
+    if (Status st = checkRecords(proc.recCount[s], proc.recSize[s], INT64_MAX)) return st;
+    if (!sections[s] && proc.recCount[s] > 0 && proc.recSize[s] > 0)
+      return TRDCOMP_ERROR_NULL_ARGUMENT;
+  }
   // A dictionary in section 0 starts the body itself; otherwise every section's 16-bit count
   // comes first.
   const bool dictionaryFirst = layout.sections[0]->dictionary;
-  if (!dictionaryFirst) {
-    for (int s = 0; s < layout.sectionCount; ++s) {
-      storeU16(o + outLen, static_cast<std::uint16_t>(proc->recCount[s]));
-      outLen += 2;
+  if (!dictionaryFirst)
+    for (int s = 0; s < layout.sectionCount; ++s)
+      out.appendU16(static_cast<std::uint16_t>(proc.recCount[s]));
+  for (int s = 0; s < layout.sectionCount; ++s) {
+    const std::int64_t count = proc.recCount[s], size = proc.recSize[s];
+    const InView records(sections[s], std::max<std::int64_t>(0, count * size));
+    if (layout.sections[s]->dictionary) {
+      if (!packDictionary(*layout.sections[s], records, proc.recCount[s], size, out, slots))
+        return TRDCOMP_ERROR_ALLOCATION;
+    } else {
+      packRecords(*layout.sections[s], records, count, size, out, slots);
     }
   }
-  for (int s = 0; s < layout.sectionCount; ++s) {
-    const std::int32_t count = proc->recCount[s], size = proc->recSize[s];
-    const InView records(sections[s], std::max<std::int64_t>(0, std::int64_t(count) * size));
-    if (layout.sections[s]->dictionary)
-      packDictionary(*layout.sections[s], records, count, size, o, outLen);
-    else
-      packRecords(*layout.sections[s], records, count, size, o, outLen);
-  }
-  o[8] |= dictionaryFirst ? 3 : 1;
-  return 1;
+  if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  out.base()[8] |= dictionaryFirst ? 3 : 1;
+  return TRDCOMP_OK;
 }
 
-int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int inLen, char** out,
-                  int& outLen, int nibble) {
-  if (!out) return 0;
-  const InView in(inBytes, inLen);
+std::int64_t answerBodyBound(const records::AnswerLayout& layout, const tagANS_Proc& proc,
+                             int nibble) {
+  if (nibble < 1) return 0;
+  std::int64_t most = layout.sections[0]->dictionary ? 0 : 2 * layout.sectionCount;
+  for (int s = 0; s < layout.sectionCount; ++s) {
+    const Layout& l = *layout.sections[s];
+    const std::int64_t count = proc.recCount[s];
+    if (l.dictionary)
+      most = sizePlus(most, 4 + sizeTimes(count, 4 + records::maxBlock2011(l, Part::Group) +
+                                                     records::maxBlock2011(l, Part::Reduced)));
+    else
+      most = sizePlus(most, sizeTimes(count, 2 + records::maxBlock2011(l, Part::Whole)));
+  }
+  return most;
+}
+
+Status restoreAnswer(const records::AnswerLayout& layout, const InView& in, char** out, int& outLen,
+                     int nibble, const RestoreOptions& options) {
+  if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
   std::int64_t pos = in.u32(0);
   const int sections = layout.sectionCount;
   const bool multi = layout.multiSection();
@@ -262,15 +303,16 @@ int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int 
     length += 4 + 8 * sections;
   }
   for (int s = 0; s < sections; ++s) {
-    if (!restoredLength(counts[s], layout.sections[s]->size, length, kAnswerSlack, length)) {
+    if (Status st = restoredLength(counts[s], layout.sections[s]->size, length, kAnswerSlack,
+                                   options, length)) {
       outLen = 0;
-      return 0;
+      return st;
     }
   }
   u8* o = allocateZeroed(length + kAnswerSlack);
   *out = reinterpret_cast<char*>(o);
   outLen = o ? static_cast<int>(length) : 0;
-  if (!o) return 0;
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
   in.copyAvailable(o, 0, kAnswerHeader);
   u8* record = o + kAnswerHeader;
   const u8* end = o + length + kAnswerSlack;
@@ -283,22 +325,21 @@ int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int 
     record += 4 + 8 * sections;
   }
 
-  bool ok = true;
   if (nibble >= 1) {
-    for (int s = 0; ok && s < sections; ++s) {
+    // A refusal leaves the buffer in *out, for the caller to release.
+    for (int s = 0; s < sections; ++s) {
       const Layout& l = *layout.sections[s];
       if (l.dictionary) {
-        ok = decodeDictionary(l, in, pos, record, counts[s], end);
+        if (Status st = decodeDictionary(l, in, pos, record, counts[s], end, options)) return st;
       } else if (!multi && in.u16(pos) != counts[s]) {
-        ok = false;
+        return TRDCOMP_ERROR_COUNT_MISMATCH;
       } else {
         pos += multi ? 0 : 2;
-        decodeRecords(l, in, pos, record, counts[s], end);
+        decodeRecords(l, in, pos, record, counts[s], end, options);
       }
       record += counts[s] * l.size;
     }
   }
-  if (!ok) return 0;  // the buffer is the caller's to release
 
   storeU32(o, kAnswerHeader);
   if (multi) {
@@ -308,7 +349,7 @@ int restoreAnswer(const records::AnswerLayout& layout, const char* inBytes, int 
     storeI32(o + 88, static_cast<std::int32_t>(counts[0]));
     storeU32(o + 92, layout.sections[0]->size);
   }
-  return 1;
+  return TRDCOMP_OK;
 }
 
 }  // namespace trdcomp::codec2011

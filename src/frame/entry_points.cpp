@@ -1,33 +1,169 @@
 // The public entry points: argument checks, header handling, codec choice by the nibble, routing
-// by function number through the catalogue, and the pass-through of unknown numbers.
+// by function number through the catalogue, the pass-through of unknown numbers, and the bounds
+// of packed sizes.
+#include <algorithm>
 #include <cstring>
 
 #include "TrdCompData.h"
 #include "codec2008/framing.h"
 #include "codec2011/framing.h"
 #include "frame/catalogue.h"
+#include "frame/messages.h"
 #include "primitives/bytes.h"
+#include "primitives/out_buffer.h"
+#include "primitives/raw.h"
+#include "primitives/status.h"
 
 using trdcomp::InView;
+using trdcomp::kAnswerHeader;
+using trdcomp::kRequestHeader;
+using trdcomp::OutBuffer;
+using trdcomp::RestoreOptions;
+using trdcomp::Status;
 using trdcomp::u8;
 using trdcomp::frame::AnswerForm;
 using trdcomp::frame::Entry;
 using trdcomp::frame::RequestForm;
+namespace c2008 = trdcomp::codec2008;
+namespace c2011 = trdcomp::codec2011;
 
+namespace trdcomp::frame {
 namespace {
 
-constexpr int kRequestHeader = 76;
-constexpr int kAnswerHeader = 96;
 constexpr int kPassThroughSlack = 10;
 
 int nibbleOf(u8 flags) {
   return (flags >> 4) & 15;
 }
 
+RequestForm requestForm(const Entry* e) {
+  return e ? e->requestForm : RequestForm::PassThrough;
+}
+AnswerForm answerForm(const Entry* e) {
+  return e ? e->answerForm : AnswerForm::PassThrough;
+}
+
+}  // namespace
+
+// ---- Requests -----------------------------------------------------------------------------
+
+std::int64_t requestBound(const tagREQ_HEAD& head, int bodyLen) {
+  const int nibble = nibbleOf(static_cast<u8>(head.flags));
+  const Entry* e = trdcomp::frame::find(head.funcNo);
+  std::int64_t body = 0;
+  switch (requestForm(e)) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::NoBody: break;
+    case RequestForm::Routine:
+      body = nibble == 0
+                 ? c2008::requestBodyBound(*e->request[0], head.recCount, head.recSize, bodyLen)
+                 : c2011::requestBodyBound(*e->request[1], head.recCount, bodyLen, nibble);
+      break;
+    case RequestForm::PassThrough: body = bodyLen; break;
+  }
+  return trdcomp::sizePlus(kRequestHeader, body);
+}
+
+Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_HEAD& head,
+                   const char* body, int bodyLen, char flag) {
+  if (Status s = trdcomp::checkBody(body, bodyLen)) return s;
+  const std::int64_t bound = requestBound(head, bodyLen);
+  if (bound > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
+  if (capacity < 0) capacity = bound;
+  if (capacity < kRequestHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+
+  u8* o = reinterpret_cast<u8*>(out);
+  std::memcpy(o, &head, kRequestHeader);
+  trdcomp::storeU32(o, kRequestHeader);
+  OutBuffer buffer(o, kRequestHeader, capacity);
+  const int nibble = nibbleOf(o[8]);
+  const Entry* e = trdcomp::frame::find(head.funcNo);
+  Status s = TRDCOMP_OK;
+  switch (requestForm(e)) {
+    case RequestForm::HeaderOnly: trdcomp::storeU32(o + 68, 0); break;
+    case RequestForm::NoBody: break;
+    case RequestForm::Routine:
+      s = nibble == 0 ? c2008::packRequest(*e->request[0], buffer, body, bodyLen, flag)
+                      : c2011::packRequest(*e->request[1], buffer, body, bodyLen, nibble,
+                                           c2011::Slots::Store);
+      break;
+    case RequestForm::PassThrough:
+      buffer.append(body, bodyLen);
+      if (buffer.failed()) s = TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+      break;
+  }
+  if (s == TRDCOMP_OK) outLen = static_cast<int>(buffer.length());
+  return s;
+}
+
+Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
+                      const RestoreOptions& options, bool& passedThrough) {
+  const int nibble = nibbleOf(in.at(8));
+  const Entry* e = trdcomp::frame::find(in.u32(4));
+  passedThrough = false;
+  switch (requestForm(e)) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine:
+      if (nibble == 0) return c2008::restoreRequest(*e->request[0], in, out, outLen, flag, options);
+      return c2011::restoreRequest(*e->request[1], in, out, outLen, nibble, options);
+    case RequestForm::NoBody: return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  // A packed body cannot pass through.
+  if (in.at(8) & 1) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  if (in.size() > options.maxLength) return TRDCOMP_ERROR_LIMIT;
+  passedThrough = true;
+  outLen = static_cast<int>(in.size());
+  u8* o = trdcomp::allocateZeroed(in.size() + kPassThroughSlack);
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
+  std::memcpy(o, in.data(), static_cast<std::size_t>(in.size()));
+  *out = reinterpret_cast<char*>(o);
+  return TRDCOMP_OK;
+}
+
+Status checkRequestArguments(const char* in, int inLen, char** out) {
+  if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  if (inLen < 1) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  return InView(in, inLen).i32(0) > inLen ? TRDCOMP_ERROR_HEADER_LENGTH : TRDCOMP_OK;
+}
+
+// ---- Answers ------------------------------------------------------------------------------
+
+namespace {
+
+// Size of the section table an answer of `sections` sections carries (0 for one section).
+std::int64_t tableSize(std::int32_t sections) {
+  return sections > 1 ? 8 * std::int64_t(sections) + 4 : 0;
+}
+
+}  // namespace
+
+std::int64_t answerBound(const tagANS_Proc& proc, int codecSel) {
+  const int nibble = (codecSel & 0xFF) >> 4;
+  const std::int64_t table = tableSize(proc.sectionCount);
+  const Entry* e = trdcomp::frame::find(proc.funcNo);
+  std::int64_t body = 0;
+  switch (answerForm(e)) {
+    case AnswerForm::NoBody: body = nibble == 0 ? table : 0; break;
+    case AnswerForm::Routine:
+      body = nibble == 0 ? trdcomp::sizePlus(table, c2008::answerBodyBound(*e->answerPack[0], proc))
+                         : c2011::answerBodyBound(*e->answerPack[1], proc, nibble);
+      break;
+    case AnswerForm::PassThrough:
+      body = table;
+      for (int i = 0; i < proc.sectionCount && i < 5; ++i)
+        body = trdcomp::sizePlus(body, trdcomp::sizeTimes(proc.recCount[i], proc.recSize[i]));
+      break;
+  }
+  return trdcomp::sizePlus(kAnswerHeader, body);
+}
+
+namespace {
+
 // Section table of a packed answer: its size, then (count, size) for at most five sections;
 // with more sections the size still counts them all and the body starts after all of them.
-void writeSectionTable(u8* out, const tagANS_Proc& proc, std::uint32_t tableSize) {
-  trdcomp::storeU32(out + kAnswerHeader, tableSize);
+void writeSectionTable(u8* out, const tagANS_Proc& proc, std::int64_t table) {
+  trdcomp::storeU32(out + kAnswerHeader, static_cast<std::uint32_t>(table));
   for (int i = 0; i < proc.sectionCount && i < 5; ++i) {
     trdcomp::storeI32(out + kAnswerHeader + 4 + 8 * i, proc.recCount[i]);
     trdcomp::storeI32(out + kAnswerHeader + 8 + 8 * i, proc.recSize[i]);
@@ -35,31 +171,76 @@ void writeSectionTable(u8* out, const tagANS_Proc& proc, std::uint32_t tableSize
 }
 
 // An answer without a routine: the header (and section table) then the raw sections.
-int packRawAnswer(u8* out, int& outLen, const tagANS_Proc& proc, char* const sections[5],
-                  int nibble, std::uint32_t tableSize, int length) {
-  if (nibble > 0 && proc.sectionCount > 1) {
-    writeSectionTable(out, proc, tableSize);
-    length += static_cast<int>(tableSize);
+Status packRawAnswer(OutBuffer& out, const tagANS_Proc& proc, char* const sections[5], int nibble,
+                     std::int64_t table) {
+  const int sent = std::clamp(proc.sectionCount, 0, 5);
+  for (int i = 0; i < sent; ++i) {
+    if (proc.recCount[i] < 0 || proc.recSize[i] < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+    if (!sections[i] && proc.recCount[i] > 0 && proc.recSize[i] > 0)
+      return TRDCOMP_ERROR_NULL_ARGUMENT;
   }
-  for (int i = 0; i < proc.sectionCount && i < 5; ++i) {
-    const std::int64_t bytes = std::int64_t(proc.recCount[i]) * proc.recSize[i];
-    if (bytes <= 0) continue;
-    if (sections[i])
-      std::memcpy(out + length, sections[i], static_cast<std::size_t>(bytes));
-    else
-      std::memset(out + length, 0, static_cast<std::size_t>(bytes));
-    length += static_cast<int>(bytes);
+  if (nibble > 0 && table > 0) {
+    // Written where the header length points, as the 2008 path writes it before the body.
+    if (table > out.room()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    writeSectionTable(out.base(), proc, table);
+    out.commit(out.reserve(table), table);
   }
-  outLen = length;
-  return 0;
+  for (int i = 0; i < sent; ++i)
+    out.append(sections[i], std::int64_t(proc.recCount[i]) * proc.recSize[i]);
+  return out.failed() ? TRDCOMP_ERROR_OUTPUT_TOO_SMALL : TRDCOMP_OK;
 }
+
+}  // namespace
+
+// The header is written only once the arguments are known good; then the flags are ORed into what
+// byte 8 holds and bytes 9 to 19 are left as the caller has them, and the nibble is written as 1
+// whatever nonzero value the caller asked for.
+Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Proc& proc,
+                  char* const sections[5], char flag, int codecSel) {
+  const std::int64_t bound = answerBound(proc, codecSel);
+  if (bound > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
+  if (capacity < 0) capacity = bound;
+  if (capacity < kAnswerHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  const int nibble = (codecSel & 0xFF) >> 4;
+  const std::int64_t table = tableSize(proc.sectionCount);
+  const std::int64_t tableHere = nibble == 0 ? table : 0;
+  if (tableHere > capacity - kAnswerHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+
+  u8* o = reinterpret_cast<u8*>(out);
+  trdcomp::storeU32(o + 4, proc.funcNo);
+  std::strncpy(out + 20, proc.shortText, 4);
+  std::strncpy(out + 24, proc.text, 64);
+  trdcomp::storeU32(o, kAnswerHeader);
+  if (proc.sectionCount > 1) o[8] |= 2;
+  if (nibble >= 1) o[8] |= 0x10;
+  trdcomp::storeI32(o + 88, proc.recCount[0]);
+  trdcomp::storeI32(o + 92, proc.recSize[0]);
+  if (tableHere > 0) writeSectionTable(o, proc, tableHere);
+
+  OutBuffer buffer(o, kAnswerHeader + tableHere, capacity);
+  const Entry* e = trdcomp::frame::find(proc.funcNo);
+  Status s = TRDCOMP_OK;
+  switch (answerForm(e)) {
+    case AnswerForm::NoBody: break;
+    case AnswerForm::Routine:
+      s = nibble == 0 ? c2008::packAnswer(*e->answerPack[0], buffer, proc, sections, flag)
+                      : c2011::packAnswer(*e->answerPack[1], buffer, proc, sections, nibble,
+                                          c2011::Slots::Store);
+      break;
+    case AnswerForm::PassThrough: s = packRawAnswer(buffer, proc, sections, nibble, table); break;
+  }
+  if (s == TRDCOMP_OK) outLen = static_cast<int>(buffer.length());
+  return s;
+}
+
+namespace {
 
 // An answer restored without a routine: header, table and body copied as they came, only the
 // header length normalised. Sizes come from the message and are checked against the limits of
 // a restored length; bytes the message does not hold arrive as zeros.
-int restoreRawAnswer(const InView& in, char** out, int& outLen) {
+Status restoreRawAnswer(const InView& in, char** out, int& outLen, const RestoreOptions& options) {
   const u8 flags = in.at(8);
-  if (flags & 1) return 0;
+  if (flags & 1) return TRDCOMP_ERROR_PACKED_UNKNOWN;
   const std::int32_t headLen = in.i32(0);
   std::int64_t table = 0, body = 0;
   if (flags & 2) {
@@ -68,22 +249,77 @@ int restoreRawAnswer(const InView& in, char** out, int& outLen) {
     // Every pair counts here, not only five; pairs past the input read as zero.
     for (std::int64_t k = 0; k < pairs && in.has(headLen + 4 + 8 * k); ++k) {
       body += std::int64_t(in.i32(headLen + 4 + 8 * k)) * in.i32(headLen + 8 + 8 * k);
-      if (body < INT32_MIN || body > INT32_MAX) return 0;
+      if (body < INT32_MIN || body > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
     }
   } else {
     body = std::int64_t(in.i32(88)) * in.i32(92);
   }
+  if (table < 0 || body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
   const std::int64_t length = kAnswerHeader + table + body;
-  if (table < 0 || body < 0 || length + kPassThroughSlack > INT32_MAX) return 0;
+  if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
+  if (length > options.maxLength) return TRDCOMP_ERROR_LIMIT;
   u8* o = trdcomp::allocateZeroed(length + kPassThroughSlack);
-  if (!o) return 0;
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
   in.copyAvailable(o, 0, kAnswerHeader);
   trdcomp::storeU32(o, kAnswerHeader);
   in.copyAvailable(o + kAnswerHeader, headLen, table);
   in.copyAvailable(o + kAnswerHeader + table, headLen + table, body);
   *out = reinterpret_cast<char*>(o);
   outLen = static_cast<int>(length);
-  return 1;
+  return TRDCOMP_OK;
+}
+
+}  // namespace
+
+Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
+                     const RestoreOptions& options) {
+  const int nibble = nibbleOf(in.at(8));
+  const Entry* e = trdcomp::frame::find(in.u32(4));
+  switch (answerForm(e)) {
+    case AnswerForm::Routine:
+      if (nibble == 0)
+        return c2008::restoreAnswer(*e->answerRestore[0], in, out, outLen, flag, options);
+      return c2011::restoreAnswer(*e->answerRestore[1], in, out, outLen, nibble, options);
+    case AnswerForm::NoBody: return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  return restoreRawAnswer(in, out, outLen, options);
+}
+
+Status checkAnswerArguments(const char* in, int inLen, char** out) {
+  if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  return inLen < InView(in, inLen).i32(0) ? TRDCOMP_ERROR_HEADER_LENGTH : TRDCOMP_OK;
+}
+
+}  // namespace trdcomp::frame
+
+// ---- The interface ------------------------------------------------------------------------
+
+namespace {
+
+using namespace trdcomp::frame;
+
+int report(Status s, int* reason) {
+  if (reason) *reason = s;
+  return s == TRDCOMP_OK ? 1 : 0;
+}
+
+// A refused restore hands back nothing: no buffer to release, length 0.
+int reportRestore(Status s, char** out, int& outLen, int* reason) {
+  if (s != TRDCOMP_OK) {
+    if (out && *out) {
+      trdcomp::release(*out);
+      *out = nullptr;
+    }
+    outLen = 0;
+  }
+  return report(s, reason);
+}
+
+RestoreOptions limitOf(int maxOutLen) {
+  RestoreOptions options;
+  if (maxOutLen >= 0) options.maxLength = maxOutLen;
+  return options;
 }
 
 }  // namespace
@@ -95,121 +331,107 @@ int CTrdCompData::PackReq2008(char* out, int& outLen, tagREQ_HEAD* head, char* b
                               char flag) {
   if (!out || !head) return 0;
   outLen = 0;
-  std::memcpy(out, head, kRequestHeader);
-  u8* o = reinterpret_cast<u8*>(out);
-  trdcomp::storeU32(o, kRequestHeader);
-  outLen = kRequestHeader;
-  const int nibble = nibbleOf(o[8]);
-  const Entry* e = trdcomp::frame::find(trdcomp::loadU32(o + 4));
-  switch (e ? e->requestForm : RequestForm::PassThrough) {
-    case RequestForm::HeaderOnly: trdcomp::storeU32(o + 68, 0); return 1;
-    case RequestForm::NoBody: return 1;
-    case RequestForm::Routine:
-      if (nibble == 0)
-        trdcomp::codec2008::packRequest(*e->request[0], out, outLen, body, bodyLen, flag);
-      else
-        trdcomp::codec2011::packRequest(*e->request[1], out, outLen, body, bodyLen, nibble);
-      return 1;
-    case RequestForm::PassThrough: break;
-  }
-  if (bodyLen > 0) {
-    std::memcpy(out + kRequestHeader, body, static_cast<std::size_t>(bodyLen));
-    outLen += bodyLen;
-  }
-  return 1;
+  return packRequest(out, -1, outLen, *head, body, bodyLen, flag) == TRDCOMP_OK ? 1 : 0;
 }
 
 int CTrdCompData::RestoreReq2008(char* in, int inLen, char** out, int& outLen, char flag) {
-  if (!in || inLen < 1 || !out) return 0;
-  const InView view(in, inLen);
-  if (view.i32(0) > inLen) return 0;
+  if (checkRequestArguments(in, inLen, out) != TRDCOMP_OK) return 0;
   outLen = 0;
   *out = nullptr;
-  const int nibble = nibbleOf(view.at(8));
-  const Entry* e = trdcomp::frame::find(view.u32(4));
-  switch (e ? e->requestForm : RequestForm::PassThrough) {
-    case RequestForm::HeaderOnly:
-    case RequestForm::Routine:
-      if (nibble == 0)
-        return trdcomp::codec2008::restoreRequest(*e->request[0], in, inLen, out, outLen, flag);
-      return trdcomp::codec2011::restoreRequest(*e->request[1], in, inLen, out, outLen, nibble);
-    case RequestForm::NoBody: return 1;
-    case RequestForm::PassThrough: break;
-  }
-  // A packed body cannot pass through. A failed allocation still reports success with a null
-  // buffer and the input length, as deployed callers expect.
-  if (view.at(8) & 1) return 0;
-  outLen = inLen;
-  u8* o = trdcomp::allocateZeroed(std::int64_t(inLen) + kPassThroughSlack);
-  if (!o) return 1;
-  std::memcpy(o, in, static_cast<std::size_t>(inLen));
-  *out = reinterpret_cast<char*>(o);
-  return 1;
+  bool passedThrough;
+  const Status s = restoreRequest(InView(in, inLen), out, outLen, flag, {}, passedThrough);
+  // A failed pass-through allocation reports success with a null buffer and the input length,
+  // as deployed callers expect.
+  if (s == TRDCOMP_ERROR_ALLOCATION && passedThrough) return 1;
+  return s == TRDCOMP_OK ? 1 : 0;
 }
 
 int CTrdCompData::PackAns2008(char* out, int outSize, int& outLen, tagANS_Proc* proc, char* sec0,
                               char* sec1, char* sec2, char* sec3, char* sec4, char flag,
                               int codecSel) {
   outLen = 0;
+  // The size is compared unsigned: a negative size passes, and means "sized by the bound".
   if (!out || static_cast<unsigned>(outSize) < kAnswerHeader || !proc) return 0;
-  u8* o = reinterpret_cast<u8*>(out);
-  const std::int32_t sectionCount = proc->sectionCount;
-  const std::uint32_t tableSize = sectionCount > 1 ? 8u * sectionCount + 4 : 0;
-
-  // Header: bytes 9 to 19 are the caller's; the flags are ORed into what byte 8 holds, and the
-  // nibble is written as 1 whatever nonzero value the caller asked for.
-  trdcomp::storeU32(o + 4, proc->funcNo);
-  std::strncpy(out + 20, proc->shortText, 4);
-  std::strncpy(out + 24, proc->text, 64);
-  trdcomp::storeU32(o, kAnswerHeader);
-  if (sectionCount > 1) o[8] |= 2;
-  const int nibble = (codecSel & 0xFF) >> 4;
-  if (nibble >= 1) o[8] |= 0x10;
-  trdcomp::storeI32(o + 88, proc->recCount[0]);
-  trdcomp::storeI32(o + 92, proc->recSize[0]);
-
-  int length = kAnswerHeader;
-  if (nibble == 0 && tableSize > 0) {
-    writeSectionTable(o, *proc, tableSize);
-    length += static_cast<int>(tableSize);
-  }
   char* const sections[5] = {sec0, sec1, sec2, sec3, sec4};
-  const Entry* e = trdcomp::frame::find(trdcomp::loadU32(o + 4));
-  switch (e ? e->answerForm : AnswerForm::PassThrough) {
-    case AnswerForm::NoBody: outLen = length; return 0;
-    case AnswerForm::Routine:
-      if (nibble == 0)
-        trdcomp::codec2008::packAnswer(*e->answerPack[0], out, length, proc, sections, flag);
-      else
-        trdcomp::codec2011::packAnswer(*e->answerPack[1], out, length, proc, sections, nibble);
-      outLen = length;
-      return 0;
-    case AnswerForm::PassThrough: break;
-  }
-  return packRawAnswer(o, outLen, *proc, sections, nibble, tableSize, length);
+  packAnswer(out, outSize, outLen, *proc, sections, flag, codecSel);
+  return 0;
 }
 
 int CTrdCompData::RestoreAns2008(char* in, int inLen, char** out, int& outLen, char flag) {
-  if (!in || !out) return 0;
-  const InView view(in, inLen);
-  if (inLen < view.i32(0)) return 0;
+  if (checkAnswerArguments(in, inLen, out) != TRDCOMP_OK) return 0;
   *out = nullptr;
   outLen = 0;
-  const int nibble = nibbleOf(view.at(8));
-  const Entry* e = trdcomp::frame::find(view.u32(4));
-  switch (e ? e->answerForm : AnswerForm::PassThrough) {
-    case AnswerForm::Routine:
-      if (nibble == 0)
-        return trdcomp::codec2008::restoreAnswer(*e->answerRestore[0], in, inLen, out, outLen,
-                                                 flag);
-      return trdcomp::codec2011::restoreAnswer(*e->answerRestore[1], in, inLen, out, outLen,
-                                               nibble);
-    case AnswerForm::NoBody: return 1;
-    case AnswerForm::PassThrough: break;
-  }
-  return restoreRawAnswer(view, out, outLen);
+  return restoreAnswer(InView(in, inLen), out, outLen, flag, {}) == TRDCOMP_OK ? 1 : 0;
 }
 
 void CTrdCompData::ReleaseAnsData(char* data) {
   if (data) trdcomp::release(data);
+}
+
+long long CTrdCompData::PackReqBound(const tagREQ_HEAD* head, int bodyLen) {
+  if (!head || bodyLen < 0) return -1;
+  return requestBound(*head, bodyLen);
+}
+
+long long CTrdCompData::PackAnsBound(const tagANS_Proc* proc, int codecSel) {
+  if (!proc) return -1;
+  return answerBound(*proc, codecSel);
+}
+
+int CTrdCompData::PackReq2008Ex(char* out, int outSize, int& outLen, tagREQ_HEAD* head, char* body,
+                                int bodyLen, char flag, int* reason) {
+  outLen = 0;
+  if (!out || !head) return report(TRDCOMP_ERROR_NULL_ARGUMENT, reason);
+  if (outSize < 0) return report(TRDCOMP_ERROR_NEGATIVE_SIZE, reason);
+  return report(packRequest(out, outSize, outLen, *head, body, bodyLen, flag), reason);
+}
+
+int CTrdCompData::PackAns2008Ex(char* out, int outSize, int& outLen, tagANS_Proc* proc, char* sec0,
+                                char* sec1, char* sec2, char* sec3, char* sec4, char flag,
+                                int codecSel, int* reason) {
+  outLen = 0;
+  if (!out || !proc) return report(TRDCOMP_ERROR_NULL_ARGUMENT, reason);
+  if (outSize < 0) return report(TRDCOMP_ERROR_NEGATIVE_SIZE, reason);
+  char* const sections[5] = {sec0, sec1, sec2, sec3, sec4};
+  return report(packAnswer(out, outSize, outLen, *proc, sections, flag, codecSel), reason);
+}
+
+int CTrdCompData::RestoreReq2008Ex(char* in, int inLen, char** out, int& outLen, char flag,
+                                   int maxOutLen, int* reason) {
+  outLen = 0;
+  if (out) *out = nullptr;
+  if (Status s = checkRequestArguments(in, inLen, out)) return report(s, reason);
+  bool passedThrough;
+  const Status s =
+      restoreRequest(InView(in, inLen), out, outLen, flag, limitOf(maxOutLen), passedThrough);
+  return reportRestore(s, out, outLen, reason);
+}
+
+int CTrdCompData::RestoreAns2008Ex(char* in, int inLen, char** out, int& outLen, char flag,
+                                   int maxOutLen, int* reason) {
+  outLen = 0;
+  if (out) *out = nullptr;
+  if (Status s = checkAnswerArguments(in, inLen, out)) return report(s, reason);
+  const Status s = restoreAnswer(InView(in, inLen), out, outLen, flag, limitOf(maxOutLen));
+  return reportRestore(s, out, outLen, reason);
+}
+
+const char* CTrdCompData::ErrorName(int reason) {
+  switch (reason) {
+    case TRDCOMP_OK: return "no error";
+    case TRDCOMP_ERROR_NULL_ARGUMENT: return "null argument";
+    case TRDCOMP_ERROR_NEGATIVE_SIZE: return "negative length, count or record size";
+    case TRDCOMP_ERROR_HEADER_LENGTH: return "header length beyond the input";
+    case TRDCOMP_ERROR_PACKED_UNKNOWN: return "packed records of an unknown function number";
+    case TRDCOMP_ERROR_SECTION_BIT: return "section-table bit set on a request";
+    case TRDCOMP_ERROR_COUNT_BEYOND_INPUT: return "record count beyond the input";
+    case TRDCOMP_ERROR_COUNT_MISMATCH: return "packed record count differs from the header's";
+    case TRDCOMP_ERROR_TOO_LARGE: return "size beyond 2^31 - 1";
+    case TRDCOMP_ERROR_LIMIT: return "restored size above the caller's limit";
+    case TRDCOMP_ERROR_ALLOCATION: return "allocation failed";
+    case TRDCOMP_ERROR_OUTPUT_TOO_SMALL: return "output too small";
+    case TRDCOMP_ERROR_BODY_TOO_SHORT: return "body shorter than its records";
+    case TRDCOMP_ERROR_DICTIONARY_INDEX: return "dictionary index past its entries";
+  }
+  return "unknown error";
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace trdcomp {
 
@@ -116,6 +117,11 @@ class InView {
     if (from < 0 || from >= size_) return InView();
     return InView(data_ + from, size_ - from);
   }
+  // The view of bytes [from, from + n) that lie inside this one.
+  InView window(std::int64_t from, std::int64_t n) const {
+    if (from < 0 || from >= size_ || n <= 0) return InView();
+    return InView(data_ + from, n < size_ - from ? n : size_ - from);
+  }
 
   // Length of the zero-terminated text at `i`; the end of the view ends it too.
   std::int64_t textLength(std::int64_t i) const {
@@ -144,14 +150,43 @@ inline void release(void* p) {
   std::free(p);
 }
 
-// Length of a restored message: a fixed part plus count records of a given size. A negative
-// count, or a length that with its slack would not fit 32 bits, has no valid length.
-inline bool restoredLength(std::int64_t count, std::int64_t recordSize, std::int64_t fixed,
-                           std::int64_t slack, std::int64_t& length) {
-  if (count < 0) return false;
-  length = count * recordSize + fixed;
-  return length + slack <= INT32_MAX;
+// Sizes of claims that may be absurd: products and sums of non-negative 64-bit sizes that stick
+// at the largest value instead of wrapping, so that a bound is never smaller than the truth.
+constexpr std::int64_t kHuge = INT64_MAX;
+constexpr std::int64_t sizeTimes(std::int64_t count, std::int64_t size) {
+  if (count <= 0 || size <= 0) return 0;
+  return count > kHuge / size ? kHuge : count * size;
 }
+constexpr std::int64_t sizePlus(std::int64_t a, std::int64_t b) {
+  return a > kHuge - b ? kHuge : a + b;
+}
+
+// Zeroed working memory of one call, from the C allocator and released with it; empty (null)
+// for no elements or when the allocation failed. The library throws nothing, so no container
+// that reports failure by an exception is used on its paths.
+template <class T>
+class Scratch {
+ public:
+  Scratch() = default;
+  explicit Scratch(std::int64_t n)
+      : p_(n > 0 && n <= INT32_MAX
+               ? static_cast<T*>(std::calloc(static_cast<std::size_t>(n), sizeof(T)))
+               : nullptr) {}
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  Scratch& operator=(Scratch&& other) noexcept {
+    std::swap(p_, other.p_);
+    return *this;
+  }
+  ~Scratch() { std::free(p_); }
+
+  T* get() const { return p_; }
+  T& operator[](std::int64_t i) const { return p_[i]; }
+  explicit operator bool() const { return p_ != nullptr; }
+
+ private:
+  T* p_ = nullptr;
+};
 
 // Converts a double to a 64-bit integer by truncation toward zero, as the x86-64 conversion
 // instruction does: values outside the range (and NaN) give the most negative value. Peers

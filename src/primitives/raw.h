@@ -1,5 +1,6 @@
-// Raw bodies, shared by the framing of both codecs: bodies too short to hold a record travel as
-// they are, and unpacked records are copied between the sender's size and the library's.
+// Raw bodies and the checks on the caller's arrays, shared by the framing of both codecs:
+// bodies too short to hold a record travel as they are, and unpacked records are copied
+// between the sender's size and the library's.
 #pragma once
 
 #include <algorithm>
@@ -7,30 +8,71 @@
 #include <cstring>
 
 #include "primitives/bytes.h"
+#include "primitives/out_buffer.h"
+#include "primitives/status.h"
 
 namespace trdcomp {
 
+constexpr int kRequestHeader = 76;
+constexpr int kAnswerHeader = 96;
+
+// A request body the caller hands in: not negative, not null when it has bytes.
+inline Status checkBody(const char* body, int bodyLen) {
+  if (bodyLen < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  if (!body && bodyLen > 0) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  return TRDCOMP_OK;
+}
+
+// `count` records of `size` bytes laid every `size` bytes must lie inside `bytes`.
+inline Status checkRecords(std::int64_t count, std::int32_t size, std::int64_t bytes) {
+  if (count < 1) return TRDCOMP_OK;
+  if (size < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  return count * size > bytes ? TRDCOMP_ERROR_BODY_TOO_SHORT : TRDCOMP_OK;
+}
+
 // A body shorter than one record (0 <= bodyLen < size) is appended unchanged, flags untouched.
 // Returns whether it was.
-inline bool appendShortBody(u8* out, int& outLen, const char* body, int bodyLen,
-                            std::uint32_t size) {
+inline bool appendShortBody(OutBuffer& out, const char* body, int bodyLen, std::uint32_t size) {
   if (static_cast<std::uint32_t>(bodyLen) >= size) return false;
-  if (bodyLen > 0) std::memcpy(out + outLen, body, static_cast<std::size_t>(bodyLen));
-  outLen += bodyLen;
+  out.append(body, bodyLen);
   return true;
 }
 
+// A raw request's records start at 76 whatever its header length says, each of the sender's
+// size: a positive count needs count x size bytes there, and a negative size is refused.
+inline Status checkRawRequest(const InView& in, std::int32_t count, std::int32_t senderSize) {
+  if (count < 1) return TRDCOMP_OK;
+  if (senderSize < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  return std::int64_t(count) * senderSize > in.size() - kRequestHeader
+             ? TRDCOMP_ERROR_COUNT_BEYOND_INPUT
+             : TRDCOMP_OK;
+}
+
 // Copies `count` raw request records, laid every `senderSize` bytes from offset 76 of the
-// message whatever its header length says, into records of `size` bytes from `first` on; each
-// keeps min(senderSize, size) bytes and a zero tail.
+// message, into records of `size` bytes from `first` on; each keeps min(senderSize, size) bytes
+// and a zero tail. Records of no size carry nothing: the loop ends at once.
 inline void copyRawRecords(const InView& in, std::int32_t senderSize, u8* first, std::int64_t count,
-                           std::int64_t size) {
-  const std::int64_t copy = std::min<std::int64_t>(static_cast<std::uint32_t>(senderSize), size);
+                           std::int64_t size, const RestoreOptions& options) {
+  if (senderSize <= 0) return;
+  const std::int64_t copy = std::min<std::int64_t>(senderSize, size);
   for (std::int64_t i = 0; i < count; ++i) {
-    const std::int64_t from = 76 + i * senderSize;
-    if (senderSize > 0 && from >= in.size()) break;  // the rest stay zero
+    const std::int64_t from = kRequestHeader + i * senderSize;
+    if (from >= in.size()) break;  // the rest stay zero
+    options.step();
     in.copyAvailable(first + i * size, from, copy);
   }
+}
+
+// The restored length of a message: a fixed part plus count records of a given size, refused
+// when the count is negative, when it (with its slack) leaves the 32-bit lengths of the
+// interface, or when it passes the caller's limit.
+inline Status restoredLength(std::int64_t count, std::int64_t recordSize, std::int64_t fixed,
+                             std::int64_t slack, const RestoreOptions& options,
+                             std::int64_t& length) {
+  if (count < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  length = count * recordSize + fixed;
+  if (length + slack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
+  return length > options.maxLength ? TRDCOMP_ERROR_LIMIT : TRDCOMP_OK;
 }
 
 }  // namespace trdcomp

@@ -29,7 +29,8 @@ std::uint32_t encodeField(const Field& f, const InView& record, std::int64_t bas
     case Kind::Text:
     case Kind::ShortText:
       // Measured up to the terminator, not bounded by the width: a text that fills its array
-      // runs on into the next field, exactly as peers send it.
+      // runs on into the next field, exactly as peers send it. The record's end ends it too, so
+      // an unterminated body costs its own size, never the rest of the body.
       return writeCounted(record, at, record.textLength(at), out);
     case Kind::Block: return writeCounted(record, at, f.width, out);
     case Kind::Int32:
@@ -47,9 +48,34 @@ std::uint32_t encodeField(const Field& f, const InView& record, std::int64_t bas
   return 0;
 }
 
-// Decodes one field at `pos`; `record` has `room` writable bytes.
+// Bytes of the compact 32-bit form of a non-negative length.
+constexpr std::int64_t compactLengthBytes(std::int64_t n) {
+  return n < 0x20 ? 1 : n < 0x2000 ? 2 : n < 0x200000 ? 3 : 4;
+}
+
+// The most bytes a field at `at` of a record viewed over `size` bytes encodes to.
+std::int64_t maxField(const Field& f, std::int64_t at, std::int64_t size) {
+  switch (f.kind) {
+    case Kind::Char: return 1;
+    case Kind::Text:
+    case Kind::ShortText: {
+      const std::int64_t most = size > at ? size - at : 0;
+      return compactLengthBytes(most) + most;
+    }
+    case Kind::Block:
+    case Kind::CountedBlock: return compactLengthBytes(f.width) + f.width;
+    case Kind::Int32: return 5;  // the 64-bit form of a 32-bit value
+    case Kind::Int64:
+    case Kind::Double: return 8;
+    case Kind::Group: break;
+  }
+  return 0;
+}
+
+// Decodes one field at `pos`; `record` has `room` writable bytes. Widens `reach` to the end of
+// what a decode cap wrote past the record.
 void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record, std::int64_t room,
-                 std::int64_t base, char flag) {
+                 std::int64_t base, char flag, std::int64_t& reach) {
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
   switch (f.kind) {
@@ -63,6 +89,7 @@ void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record
       std::int64_t cap = f.kind == Kind::Text ? f.cap : f.width - 1;
       std::int64_t k = std::min<std::int64_t>({length, cap, room - at});
       compact::copyText(in, pos, dst, k);
+      reach = std::max(reach, at + k);
       pos += length;
       return;
     }
@@ -112,25 +139,40 @@ std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, ch
   return static_cast<std::uint32_t>(p - out);
 }
 
-void decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
-                std::int64_t room, char flag) {
-  std::memset(record, 0, static_cast<std::size_t>(std::min<std::int64_t>(layout.size, room)));
-  std::int64_t pos = 0;
+std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
+  std::int64_t most = 0;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
-    if (pos >= available) return;
     if (f->kind != Kind::Group) {
-      decodeField(*f, in, pos, record, room, 0, flag);
+      most += maxField(*f, f->offset, extent);
+      continue;
+    }
+    for (std::int64_t e = 0; e < f->repeat; ++e)
+      for (std::uint16_t m = 1; m <= f->members; ++m)
+        most += maxField(f[m], f->offset + e * f->stride + f[m].offset, extent);
+    f += f->members;
+  }
+  return most;
+}
+
+std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
+                        std::int64_t room, char flag) {
+  std::int64_t pos = 0, reach = layout.size;
+  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+    if (pos >= available) return reach;
+    if (f->kind != Kind::Group) {
+      decodeField(*f, in, pos, record, room, 0, flag, reach);
       continue;
     }
     const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
     for (std::int64_t e = 0; e < n; ++e) {
       for (std::uint16_t m = 1; m <= f->members; ++m) {
-        if (pos >= available) return;
-        decodeField(f[m], in, pos, record, room, f->offset + e * f->stride, flag);
+        if (pos >= available) return reach;
+        decodeField(f[m], in, pos, record, room, f->offset + e * f->stride, flag, reach);
       }
     }
     f += f->members;
   }
+  return reach;
 }
 
 }  // namespace trdcomp::records

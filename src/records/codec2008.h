@@ -8,17 +8,24 @@
 
 namespace trdcomp::records {
 
-// Encodes one record at `out` and returns the bytes written. `record` views the caller's bytes
-// from the record's start; bytes outside it read as zero. `flag` chooses the int32 form: 0 the
-// compact 32-bit form, 1 the compact 64-bit form, any other value leaves int32 fields out.
+// Encodes one record at `out` and returns the bytes written. `record` views the caller's record
+// (see recordExtent, cut at the end of the body); bytes outside it read as zero, so a text
+// without terminator is measured to the end of its record at most. `flag` chooses the int32
+// form: 0 the compact 32-bit form, 1 the compact 64-bit form, any other value leaves int32
+// fields out. Never writes more than maxEncoded2008(layout, record.size()) bytes.
 std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, char flag);
+
+// The most bytes encode2008 writes for one record of `layout` viewed over `extent` bytes,
+// whatever the record holds and whatever the flag.
+std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent);
 
 // Decodes one record from `in` (viewed from the record's first byte) into `record`, which has
 // `room` writable bytes (at least the layout's size; a decode cap may write beyond the size,
-// never beyond the room). A field is read only while fewer than `available` bytes have been
-// consumed; fields not reached stay zero. `flag` 0 reads int32 fields in the 32-bit form, any
-// other value in the 64-bit form.
-void decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
-                std::int64_t room, char flag);
+// never beyond the room) and must be zero: restore buffers are zeroed once, when allocated. A
+// field is read only while fewer than `available` bytes have been consumed; fields not reached
+// stay zero. `flag` 0 reads int32 fields in the 32-bit form, any other value in the 64-bit form.
+// Returns how far past `record` it wrote: the layout's size, or more when a decode cap ran on.
+std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
+                        std::int64_t room, char flag);
 
 }  // namespace trdcomp::records

@@ -214,6 +214,29 @@ int mapLength(const Layout& layout, Part part) {
   return (layout.fastFields[static_cast<int>(part)] + 6) / 7;
 }
 
+std::int64_t maxBlock2011(const Layout& layout, Part part) {
+  // The dictionary index is a 16-bit value: three stop-bit bytes at most.
+  std::int64_t most = mapLength(layout, part) + (part == Part::Reduced ? 3 : 0);
+  forEachField(layout, part, [&](const Field& f, std::int64_t, const Field*, std::int64_t) {
+    switch (f.kind) {
+      case Kind::Char: most += 2; return;   // a sign-extended byte
+      case Kind::Int32: most += 5; return;  // 32 bits of difference
+      case Kind::Int64:
+      case Kind::Double: most += 10; return;
+      case Kind::Text:
+      case Kind::ShortText:
+        most += f.text == TextForm::ExchangeCode ? 3
+                : f.text == TextForm::StopBit    ? std::max<std::int64_t>(f.width, 1)
+                                                 : stopbit::sizeInt64(f.width) + f.width;
+        return;
+      case Kind::Block:
+      case Kind::CountedBlock: most += stopbit::sizeInt64(f.width) + f.width; return;
+      case Kind::Group: return;
+    }
+  });
+  return most;
+}
+
 std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
                          std::uint16_t index, const Previous& previous, u8* out) {
   const int m = mapLength(layout, part);
@@ -256,7 +279,6 @@ std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
 std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
                          u8* record, std::int64_t room, const Previous& previous) {
   const std::int64_t size = std::min<std::int64_t>(layout.size, room);
-  std::memset(record, 0, static_cast<std::size_t>(size));
   // The map ends at the first byte with bit 7 within the block; without one, every field is
   // absent.
   std::int64_t m = 0;

@@ -27,9 +27,13 @@ struct Previous {
 std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
                          std::uint16_t index, const Previous& previous, u8* out);
 
+// The most bytes encode2011 writes for one block of `part` (map included), whatever the record.
+std::int64_t maxBlock2011(const Layout& layout, Part part);
+
 // Decodes a block of `length` bytes (`in` views from its first byte) into `record`, which has
-// `room` writable bytes; `previous` is the previously restored record (view of the output) or
-// none. Returns the block's dictionary index (Part::Reduced), else 0.
+// `room` writable bytes and must be zero (restore buffers are zeroed once, when allocated);
+// `previous` is the previously restored record (view of the output) or none. Returns the
+// block's dictionary index (Part::Reduced), else 0.
 std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
                          u8* record, std::int64_t room, const Previous& previous);
 

@@ -87,6 +87,13 @@ struct Layout {
   constexpr const Field* end() const { return fields + fieldCount; }
 };
 
+// How much of the caller's body one record is read over when packing: the caller's record
+// (`stride` bytes), or the layout's size when that is larger, since the layout's fields lie
+// where they lie whatever the caller's size. A text without terminator ends there.
+constexpr std::int64_t recordExtent(const Layout& layout, std::int64_t stride) {
+  return stride > layout.size ? stride : layout.size;
+}
+
 // The entries of a counted group that its count names: at most `repeat`, none for a count of
 // 0 or less.
 constexpr std::int64_t groupEntries(const Field& group, std::int32_t count) {

@@ -1,0 +1,36 @@
+// Whole messages, as the entry points handle them, with typed outcomes: the public entry points
+// are thin wrappers that turn a Status into the 1 or 0 of the interface. Tests and tools call
+// these to learn why a message was refused, or to count the work a restore does.
+#pragma once
+
+#include <cstdint>
+
+#include "TrdCompData.h"
+#include "primitives/bytes.h"
+#include "primitives/status.h"
+
+namespace trdcomp::frame {
+
+// The largest packed size of a request or answer, header included (64 bits, unchecked).
+std::int64_t requestBound(const tagREQ_HEAD& head, int bodyLen);
+std::int64_t answerBound(const tagANS_Proc& proc, int codecSel);
+
+// Packs into `capacity` bytes at `out`, or into the bound when `capacity` is negative (the
+// caller sized the output by it). `outLen` is set on success only.
+Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_HEAD& head,
+                   const char* body, int bodyLen, char flag);
+Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Proc& proc,
+                  char* const sections[5], char flag, int codecSel);
+
+// Checks the arguments every restore checks before reading anything.
+Status checkRequestArguments(const char* in, int inLen, char** out);
+Status checkAnswerArguments(const char* in, int inLen, char** out);
+
+// Restores a message whose arguments passed the checks; `*out` and `outLen` start null and 0.
+// `passedThrough` tells that an unknown number was copied as it came.
+Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
+                      const RestoreOptions& options, bool& passedThrough);
+Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
+                     const RestoreOptions& options);
+
+}  // namespace trdcomp::frame
