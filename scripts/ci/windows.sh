@@ -77,7 +77,7 @@ quiet cmake --build "$build/mingw" -j"$jobs" || fail "cross-building"
 
 if [ -z "$wine_ok" ]; then
   quiet cmake --build "$build/mingw" --target trdcomp_dll_checks || fail "DLL imports or exports"
-  echo "windows: SKIPPED the tests under Wine ($why); DLL, tests and examples cross-built," \
+  echo "== windows: SKIPPED the tests under Wine ($why); DLL, tests and examples cross-built," \
     "imports and exports checked ($((SECONDS - start)) s)"
   exit 0
 fi
@@ -92,5 +92,5 @@ summary=$(grep -E 'tests passed' "$build/ctest.txt" | head -n 1)
 for example in trdcomp-report trdcomp-usage; do
   quiet "$wine" "$build/mingw/bin/$example.exe" || fail "$example under Wine"
 done
-echo "windows: trdcomp.dll, $summary under Wine, 2 examples, digest $digest as on Linux" \
+echo "== windows: trdcomp.dll, $summary under Wine, 2 examples, digest $digest as on Linux" \
   "($((SECONDS - start)) s)"
