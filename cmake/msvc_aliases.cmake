@@ -1,12 +1,12 @@
 # Gives every C++ function the DLL exports a second export under the name MSVC decorates it
 # with, so that programs built with MSVC link against the DLL as they would against one MSVC
-# built. On x64 both compilers pass these arguments (integers, pointers, references, doubles)
-# the same way, so an alias to the same code is all it takes.
+# built. On x64 both compilers pass and return scalars, pointers and references the same way,
+# so an alias to the same code is all it takes; the build checks that nothing else crosses.
 #
 # Nothing is listed by hand. The functions are the ones the library's objects mark for export
 # (their .drectve sections); for each, a generated file takes its address by the parameter list
 # the GNU name spells, clang compiles that file for x86_64-pc-windows-msvc, and the relocations
-# of its one table give the decorated names in the same order. A new function in a public
+# of its one table give the decorated names, entry by entry. A new function in a public
 # header gets its alias at the next build; one that cannot be aliased stops the build.
 #
 # Constructors, destructors and operators are left out: objects of these classes are not
@@ -90,10 +90,18 @@ foreach(header IN LISTS HEADERS)
   string(APPEND source "#include \"${header}\"\n")
 endforeach()
 string(APPEND source [=[
+#include <type_traits>
+// Only scalars, pointers and references cross: the two ABIs pass and return these alike.
+template <class T>
+constexpr bool kPassedAlike = std::is_scalar_v<T> || std::is_reference_v<T> || std::is_void_v<T>;
 template <class... A>
 struct Sig {
   template <class R>
-  static constexpr auto pick(R (*f)(A...)) { return f; }
+  static constexpr auto pick(R (*f)(A...)) {
+    static_assert(kPassedAlike<R> && (kPassedAlike<A> && ...),
+                  "a class passed or returned by value may not cross the two ABIs alike");
+    return f;
+  }
 };
 template <int I>
 struct Slot { friend constexpr auto at(Slot); };

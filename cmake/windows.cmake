@@ -3,6 +3,30 @@
 # with an import library MSVC's linker reads (trdcomp.lib) beside the GNU one
 # (libtrdcomp.dll.a). The toolchain file links the GCC runtime into it.
 include(GNUInstallDirs)
+
+# The installable static libraries get objects of their own, compiled without dllexport: a
+# program or DLL that links one must not export the library's functions itself.
+set(TRDCOMP_STATIC_TARGETS "")
+if(TRDCOMP_TYPE STREQUAL "STATIC_LIBRARY")
+  list(APPEND TRDCOMP_STATIC_TARGETS trdcomp)
+endif()
+if(TARGET trdcomp_static)
+  list(APPEND TRDCOMP_STATIC_TARGETS trdcomp_static)
+endif()
+if(TRDCOMP_STATIC_TARGETS)
+  get_target_property(sources trdcomp_objects SOURCES)
+  add_library(trdcomp_static_objects OBJECT ${sources})
+  target_include_directories(trdcomp_static_objects
+    PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR}/src)
+  target_compile_definitions(trdcomp_static_objects PRIVATE TRDCOMP_STATIC)
+  set_target_properties(trdcomp_static_objects PROPERTIES CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_link_libraries(trdcomp_static_objects PRIVATE trdcomp_warnings)
+  foreach(target IN LISTS TRDCOMP_STATIC_TARGETS)
+    set_property(TARGET ${target} PROPERTY SOURCES $<TARGET_OBJECTS:trdcomp_static_objects>)
+  endforeach()
+endif()
+
 if(NOT TRDCOMP_TYPE STREQUAL "SHARED_LIBRARY")
   return()
 endif()

@@ -55,7 +55,8 @@ struct Digest {
   }
   void add(std::int64_t v) {
     unsigned char le[8];
-    for (int i = 0; i < 8; ++i) le[i] = static_cast<unsigned char>(static_cast<std::uint64_t>(v) >> (8 * i));
+    for (int i = 0; i < 8; ++i)
+      le[i] = static_cast<unsigned char>(static_cast<std::uint64_t>(v) >> (8 * i));
     add(le, 8);
   }
   void add(const Bytes& b) {
@@ -67,7 +68,8 @@ struct Digest {
 Restored restore(const Api& api, decltype(Api::restoreReq) entry, Bytes in) {
   Restored r;
   char* out = nullptr;
-  r.result = entry(reinterpret_cast<char*>(in.data()), static_cast<int>(in.size()), &out, r.length, 0);
+  r.result =
+      entry(reinterpret_cast<char*>(in.data()), static_cast<int>(in.size()), &out, r.length, 0);
   r.null = out == nullptr;
   if (out && r.length > 0) r.bytes.assign(out, out + r.length);
   api.release(out);
@@ -126,10 +128,22 @@ int messages(const Api& api, Digest& digest) {
 }
 
 void primitives(const Api& api, Digest& digest) {
-  const std::int64_t values[] = {0,           1,          -1,         63,         -64,
-                                 127,         128,        -129,       (1 << 29) - 1,
-                                 -(1 << 29),  INT32_MAX,  INT32_MIN,  1ll << 40,
-                                 -(1ll << 59), INT64_MAX, INT64_MIN};
+  const std::int64_t values[] = {0,
+                                 1,
+                                 -1,
+                                 63,
+                                 -64,
+                                 127,
+                                 128,
+                                 -129,
+                                 (1 << 29) - 1,
+                                 -(1 << 29),
+                                 INT32_MAX,
+                                 INT32_MIN,
+                                 1ll << 40,
+                                 -(1ll << 59),
+                                 INT64_MAX,
+                                 INT64_MIN};
   for (std::int64_t v : values) {
     char out[16] = {};
     const int narrow = static_cast<int>(static_cast<std::uint32_t>(v));
