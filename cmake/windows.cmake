@@ -39,11 +39,18 @@ option(TRDCOMP_MSVC_NAMES "Export the C++ functions under MSVC-decorated names t
 if(NOT TRDCOMP_MSVC_NAMES)
   return()
 endif()
-find_program(TRDCOMP_CLANG NAMES clang++-14 clang++ REQUIRED)
-find_program(TRDCOMP_LLVM_OBJDUMP NAMES llvm-objdump-14 llvm-objdump REQUIRED)
-find_program(TRDCOMP_LLVM_DLLTOOL NAMES llvm-dlltool-14 llvm-dlltool REQUIRED)
+find_program(TRDCOMP_CLANG NAMES clang++-14 clang++)
+find_program(TRDCOMP_LLVM_OBJDUMP NAMES llvm-objdump-14 llvm-objdump)
+find_program(TRDCOMP_LLVM_DLLTOOL NAMES llvm-dlltool-14 llvm-dlltool)
 string(REGEX REPLACE "objcopy([^/]*)$" "c++filt\\1" TRDCOMP_CXXFILT_GUESS "${CMAKE_OBJCOPY}")
-find_program(TRDCOMP_CXXFILT NAMES ${TRDCOMP_CXXFILT_GUESS} c++filt REQUIRED)
+find_program(TRDCOMP_CXXFILT NAMES ${TRDCOMP_CXXFILT_GUESS} c++filt)
+foreach(tool TRDCOMP_CLANG TRDCOMP_LLVM_OBJDUMP TRDCOMP_LLVM_DLLTOOL TRDCOMP_CXXFILT)
+  if(NOT ${tool})
+    message(FATAL_ERROR "The DLL's MSVC-decorated exports need clang, llvm (llvm-objdump, "
+      "llvm-dlltool) and c++filt; ${tool} was not found. Install them (scripts/setup does), or "
+      "configure with -DTRDCOMP_MSVC_NAMES=OFF for a DLL with GNU names only.")
+  endif()
+endforeach()
 
 set(TRDCOMP_MSVC_DIR ${PROJECT_BINARY_DIR}/msvc)
 file(GLOB TRDCOMP_PUBLIC_HEADERS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/*.h)

@@ -7,8 +7,13 @@
 #include <cstring>
 
 int main() {
-  if (CTrdCompData::VersionNumber() != TRDCOMP_VERSION_NUMBER) {
-    std::printf("header %d, library %d\n", TRDCOMP_VERSION_NUMBER, CTrdCompData::VersionNumber());
+  char header[32];
+  std::snprintf(header, sizeof header, "%d.%d.%d", TRDCOMP_VERSION_MAJOR, TRDCOMP_VERSION_MINOR,
+                TRDCOMP_VERSION_PATCH);
+  if (CTrdCompData::VersionNumber() != TRDCOMP_VERSION_NUMBER ||
+      std::strcmp(CTrdCompData::VersionString(), header) != 0) {
+    std::printf("header %s (%d), library %s (%d)\n", header, TRDCOMP_VERSION_NUMBER,
+                CTrdCompData::VersionString(), CTrdCompData::VersionNumber());
     return 1;
   }
   char records[2][83] = {};  // request 1002: three codes and three texts
