@@ -13,9 +13,21 @@
 
 #include <cstdint>
 
+// The library's version; VersionNumber() and VersionString() give the one actually loaded.
+#define TRDCOMP_VERSION_MAJOR 1
+#define TRDCOMP_VERSION_MINOR 0
+#define TRDCOMP_VERSION_PATCH 0
+#define TRDCOMP_VERSION_NUMBER \
+  (TRDCOMP_VERSION_MAJOR * 10000 + TRDCOMP_VERSION_MINOR * 100 + TRDCOMP_VERSION_PATCH)
+
+// On Windows the library's own objects export the API from the DLL, callers of the DLL import
+// it, and users of a static library (TRDCOMP_STATIC, set by its CMake target and its pkg-config
+// file) do neither.
 #if defined(_WIN32)
 #if defined(TRDCOMP_BUILDING)
 #define TRDCOMP_API __declspec(dllexport)
+#elif defined(TRDCOMP_STATIC)
+#define TRDCOMP_API
 #else
 #define TRDCOMP_API __declspec(dllimport)
 #endif
@@ -213,6 +225,10 @@ class TRDCOMP_API CTrdCompData {
   static int RestoreAns2008(char* in, int inLen, char** out, int& outLen, char flag);
   // Frees a buffer returned by a restore entry point; null is ignored.
   static void ReleaseAnsData(char* data);
+  // The version of the loaded library: TRDCOMP_VERSION_NUMBER and "MAJOR.MINOR.PATCH" of the
+  // header it was built with.
+  static int VersionNumber();
+  static const char* VersionString();
 
   // The largest packed size of a request, header included, in the codec its header's nibble
   // selects: the output size PackReq2008 needs. Computed in 64 bits; a value above 2^31 - 1
