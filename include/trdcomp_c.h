@@ -55,16 +55,17 @@ extern "C" {
 #define TRDCOMP_E_MEMORY 8    /* an allocation failed */
 
 typedef struct trdcomp_error {
-  int code;            /* one of the status codes */
-  int64_t offset;      /* byte offset of the fault in the input, -1 when none applies */
-  char message[240];   /* one line, zero-terminated, without the offset */
+  int code;          /* one of the status codes */
+  int64_t offset;    /* byte offset of the fault in the input, -1 when none applies */
+  char message[240]; /* one line, zero-terminated, without the offset */
 } trdcomp_error;
 
 /* What a number's message body is made of, per direction. */
-#define TRDCOMP_FORM_RECORDS 0      /* records of the layouts below */
-#define TRDCOMP_FORM_HEADER_ONLY 1  /* requests 1000 and 1001: packed as the header alone */
-#define TRDCOMP_FORM_NO_BODY 2      /* 1017: no body in either direction */
-#define TRDCOMP_FORM_PASS_THROUGH 3 /* no layout: the body travels as it is (8998 requests, 8999 answers) */
+#define TRDCOMP_FORM_RECORDS 0     /* records of the layouts below */
+#define TRDCOMP_FORM_HEADER_ONLY 1 /* requests 1000 and 1001: packed as the header alone */
+#define TRDCOMP_FORM_NO_BODY 2     /* 1017: no body in either direction */
+#define TRDCOMP_FORM_PASS_THROUGH \
+  3 /* no layout: the body travels as it is (8998 requests, 8999 answers) */
 
 /* Field kinds, as the layout tables name them. */
 #define TRDCOMP_KIND_CHAR 0          /* one raw byte */
@@ -74,7 +75,8 @@ typedef struct trdcomp_error {
 #define TRDCOMP_KIND_INT32 4         /* int32 whose 2008 form the codec flag chooses */
 #define TRDCOMP_KIND_INT64 5         /* int64 */
 #define TRDCOMP_KIND_DOUBLE 6        /* price or amount: 4 decimals (2008), 3 decimals (2011) */
-#define TRDCOMP_KIND_COUNTED_BLOCK 7 /* byte block whose used length is the int32 at count_offset */
+#define TRDCOMP_KIND_COUNTED_BLOCK 7 /* byte block whose used length is the int32 at count_offset \
+                                      */
 #define TRDCOMP_KIND_GROUP 8         /* up to `repeat` entries of the `members` fields after it */
 
 /* 2011 Fast text forms and integer bases. */
@@ -89,19 +91,19 @@ typedef struct trdcomp_error {
 #define TRDCOMP_MAX_SECTIONS 3
 
 typedef struct trdcomp_section_info {
-  uint32_t record_size;  /* bytes of one record */
-  uint32_t field_count;  /* entries of trdcomp_field: group members counted */
-  uint32_t routine;      /* the number whose layout row this is (1008 answers use 1007's) */
-  int opaque;            /* records are copied, never encoded (request 1000) */
-  int rotated;           /* encoding order is not ascending offset */
-  int dictionary;        /* 2011 Fast: repeated field groups travel once */
-  int optional;          /* 2008 only: present when the message's section table sends it */
+  uint32_t record_size; /* bytes of one record */
+  uint32_t field_count; /* entries of trdcomp_field: group members counted */
+  uint32_t routine;     /* the number whose layout row this is (1008 answers use 1007's) */
+  int opaque;           /* records are copied, never encoded (request 1000) */
+  int rotated;          /* encoding order is not ascending offset */
+  int dictionary;       /* 2011 Fast: repeated field groups travel once */
+  int optional;         /* 2008 only: present when the message's section table sends it */
 } trdcomp_section_info;
 
 typedef struct trdcomp_message_info {
   uint32_t number;
-  int form;                /* TRDCOMP_FORM_* */
-  int section_count;       /* 0 unless form is TRDCOMP_FORM_RECORDS; requests have 1 */
+  int form;          /* TRDCOMP_FORM_* */
+  int section_count; /* 0 unless form is TRDCOMP_FORM_RECORDS; requests have 1 */
   trdcomp_section_info sections[TRDCOMP_MAX_SECTIONS];
 } trdcomp_message_info;
 
@@ -116,10 +118,10 @@ typedef struct trdcomp_field_info {
   uint32_t members;      /* group: member fields that follow it */
   uint32_t count_offset; /* group, counted block: offset of the int32 that counts */
   /* 2011 Fast attributes. */
-  int text_form;         /* TRDCOMP_TEXT_* */
-  int base_form;         /* TRDCOMP_BASE_* */
-  int has_default;       /* the first record leaves the field out when it equals the default */
-  int dictionary;        /* one of the repeated group of a dictionary layout */
+  int text_form;   /* TRDCOMP_TEXT_* */
+  int base_form;   /* TRDCOMP_BASE_* */
+  int has_default; /* the first record leaves the field out when it equals the default */
+  int dictionary;  /* one of the repeated group of a dictionary layout */
   int64_t base;
   uint32_t base_offset;
   int64_t default_value;

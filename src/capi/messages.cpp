@@ -70,8 +70,7 @@ int checkHeader(const Input& in, int direction, trdcomp_error* err, const frame:
     return fail(err, TRDCOMP_E_TRUNCATED, in.n, "the message is %lld bytes, an %s header is %lld",
                 ll(in.n), direction == TRDCOMP_REQUEST ? "request" : "answer", ll(header));
   entry = frame::find(in.u32(4));
-  if (!entry)
-    return fail(err, TRDCOMP_E_UNKNOWN, 4, "unknown function number %u", in.u32(4));
+  if (!entry) return fail(err, TRDCOMP_E_UNKNOWN, 4, "unknown function number %u", in.u32(4));
   return TRDCOMP_OK;
 }
 
@@ -106,8 +105,8 @@ int readSections(const Input& in, std::int64_t at, bool table, bool raw, trdcomp
                   ll(at));
     const std::int64_t pairs = (size - 4) / 8;
     if (raw && pairs > kMostSections)
-      return fail(err, TRDCOMP_E_HEADER, at, "the section table lists %lld sections, at most 5 travel",
-                  ll(pairs));
+      return fail(err, TRDCOMP_E_HEADER, at,
+                  "the section table lists %lld sections, at most 5 travel", ll(pairs));
     out.table = size;
     out.count = static_cast<int>(std::min<std::int64_t>(pairs, kMostSections));
     for (int k = 0; k < out.count; ++k) {
@@ -119,11 +118,11 @@ int readSections(const Input& in, std::int64_t at, bool table, bool raw, trdcomp
   }
   for (int k = 0; k < out.count; ++k) {
     if (out.s[k].count < 0)
-      return fail(err, TRDCOMP_E_HEADER, out.s[k].countAt, "record count %d of section %d is negative",
-                  out.s[k].count, k);
+      return fail(err, TRDCOMP_E_HEADER, out.s[k].countAt,
+                  "record count %d of section %d is negative", out.s[k].count, k);
     if (raw && out.s[k].size < 0)
-      return fail(err, TRDCOMP_E_HEADER, out.s[k].sizeAt, "record size %d of section %d is negative",
-                  out.s[k].size, k);
+      return fail(err, TRDCOMP_E_HEADER, out.s[k].sizeAt,
+                  "record size %d of section %d is negative", out.s[k].size, k);
   }
   return TRDCOMP_OK;
 }
@@ -199,8 +198,8 @@ int checkPackedRequest(const Input& in, const frame::Entry& e, std::int64_t limi
     if (!in.has(pos, 2))
       return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit record count of the body is cut off");
     if (in.u16(pos) != count)
-      return fail(err, TRDCOMP_E_BODY, pos,
-                  "the body counts %u records, the header %d (offset 68)", in.u16(pos), count);
+      return fail(err, TRDCOMP_E_BODY, pos, "the body counts %u records, the header %d (offset 68)",
+                  in.u16(pos), count);
     pos += 2;
   }
   return walkRecords(in, pos, count, codec == 1 ? 2 : 4, "records", err);
@@ -243,9 +242,9 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
       if (int s = checkRawRecords(in, at, sections.s[k].count, sections.s[k].size, "section", err))
         return s;
       at = mulAdd(sections.s[k].count, sections.s[k].size, at);
-      const std::int64_t size =
-          r.form == TRDCOMP_FORM_RECORDS && k < r.sectionCount ? r.sections[k]->size
-                                                               : sections.s[k].size;
+      const std::int64_t size = r.form == TRDCOMP_FORM_RECORDS && k < r.sectionCount
+                                    ? r.sections[k]->size
+                                    : sections.s[k].size;
       restored = mulAdd(sections.s[k].count, size, restored);
     }
     return checkRestoredLength(restored, limit, 88, err);
@@ -298,8 +297,9 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
         if (!in.has(pos, 2))
           return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit record count is cut off");
         if (in.u16(pos) != counts[0])
-          return fail(err, TRDCOMP_E_BODY, pos, "the body counts %u records, the header %lld (offset 88)",
-                      in.u16(pos), ll(counts[0]));
+          return fail(err, TRDCOMP_E_BODY, pos,
+                      "the body counts %u records, the header %lld (offset 88)", in.u16(pos),
+                      ll(counts[0]));
         pos += 2;
       }
       s = walkRecords(in, pos, counts[k], 2, what, err);
@@ -355,7 +355,8 @@ std::int64_t longestNonzeroRun(const u8* p, std::int64_t n) {
 int allocateOutput(std::int64_t bound, trdcomp_error* err, u8*& out) {
   if (bound > INT32_MAX)
     return fail(err, TRDCOMP_E_TOO_LARGE, -1,
-                "the packed message could need %lld bytes, more than a message may hold", ll(bound));
+                "the packed message could need %lld bytes, more than a message may hold",
+                ll(bound));
   out = static_cast<u8*>(std::calloc(static_cast<std::size_t>(bound), 1));
   if (!out) return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory for %lld bytes", ll(bound));
   return TRDCOMP_OK;
@@ -379,7 +380,8 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
   std::int64_t count = 0;
   if (r.form == TRDCOMP_FORM_RECORDS) {
     count = head.recCount;
-    if (count < 0) return fail(err, TRDCOMP_E_HEADER, 68, "record count %lld is negative", ll(count));
+    if (count < 0)
+      return fail(err, TRDCOMP_E_HEADER, 68, "record count %lld is negative", ll(count));
     if (head.recSize < 0)
       return fail(err, TRDCOMP_E_HEADER, 72, "record size %d is negative", head.recSize);
     if (int s = checkRawRecords(in, kRequestHeader, count, head.recSize, "records", err)) return s;
@@ -389,8 +391,8 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
   }
   const std::int64_t longest = codec == 0 ? longestNonzeroRun(in.p + kRequestHeader, body) : 0;
   u8* buffer = nullptr;
-  if (int s = allocateOutput(packBound(r.sections, r.sectionCount, &count, longest, body), err,
-                             buffer))
+  if (int s =
+          allocateOutput(packBound(r.sections, r.sectionCount, &count, longest, body), err, buffer))
     return s;
   int length = 0;
   CTrdCompData::PackReq2008(reinterpret_cast<char*>(buffer), length, &head,
@@ -405,8 +407,20 @@ int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, voi
     return fail(err, TRDCOMP_E_HEADER, 0, "header length %d: a plain answer's header is 96 bytes",
                 in.i32(0));
   const u8 flags = in.p[8];
+  const bool noBody = e.answerForm == frame::AnswerForm::NoBody;
   Sections sections;
-  if (int s = readSections(in, kAnswerHeader, flags & 2, true, err, sections)) return s;
+  if (noBody) {
+    // Only the header (and a 2008 section table) is sent; a table that is not there, as in a
+    // 2011 message with flags bit 1, stands for two empty sections.
+    if (readSections(in, kAnswerHeader, flags & 2, true, nullptr, sections) != TRDCOMP_OK) {
+      sections = Sections{};
+      sections.count = 2;
+      sections.s[0].count = in.i32(88);
+      sections.s[0].size = in.i32(92);
+    }
+  } else if (int s = readSections(in, kAnswerHeader, flags & 2, true, err, sections)) {
+    return s;
+  }
   const int codec = nibble ? 1 : 0;
   const records::AnswerLayout* layout =
       e.answerForm == frame::AnswerForm::Routine ? e.answerPack[codec] : nullptr;
@@ -425,13 +439,14 @@ int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, voi
   std::int64_t counts[kMostSections] = {};
   for (int k = 0; k < sections.count; ++k) {
     const Section& s = sections.s[k];
+    proc.recCount[k] = s.count;
+    proc.recSize[k] = s.size;
+    if (noBody) continue;
     if (int status = checkRawRecords(in, at, s.count, s.size, "section", err)) return status;
     if (layout && codec == 1 && s.count > kMost2011Count)
       return fail(err, TRDCOMP_E_HEADER, s.countAt,
                   "record count %d of section %d does not fit the 16 bits the 2011 codec sends",
                   s.count, k);
-    proc.recCount[k] = s.count;
-    proc.recSize[k] = s.size;
     counts[k] = s.count;
     data[k] = const_cast<char*>(reinterpret_cast<const char*>(in.p + at));
     at = mulAdd(s.count, s.size, at);
@@ -446,7 +461,8 @@ int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, voi
   for (int k = 0; layout && k < layout->sectionCount && k < sections.count; ++k)
     layouts[k] = layout->sections[k];
   u8* buffer = nullptr;
-  if (int s = allocateOutput(packBound(layouts, sections.count, counts, longest, in.n), err, buffer))
+  if (int s =
+          allocateOutput(packBound(layouts, sections.count, counts, longest, in.n), err, buffer))
     return s;
   // The entry point ORs its flags into byte 8 and leaves bytes 9 to 19 as the buffer holds them:
   // start from the message's own (less the bits the codec sets).
@@ -479,8 +495,8 @@ int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int 
   if (int s = directionOf(in, direction, err, dir)) return s;
   if (int s = checkHeader(in, dir, err, e)) return s;
   if (in.p[8] & 1)
-    return fail(err, TRDCOMP_E_HEADER, 8,
-                "flags bit 0 (packed) is set: the %s is packed already", kDirection[dir]);
+    return fail(err, TRDCOMP_E_HEADER, 8, "flags bit 0 (packed) is set: the %s is packed already",
+                kDirection[dir]);
   int nibble = in.p[8] >> 4;
   if (codec == TRDCOMP_CODEC_2008)
     nibble = 0;
@@ -506,14 +522,14 @@ int trdcomp_restore(const void* packed, size_t length, int direction, int flag, 
   if (int s = checkHeader(in, dir, err, e)) return s;
   const std::int64_t header = dir == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
   if (in.i32(0) > in.n)
-    return fail(err, TRDCOMP_E_HEADER, 0, "header length %d is beyond the %lld bytes of the message",
-                in.i32(0), ll(in.n));
+    return fail(err, TRDCOMP_E_HEADER, 0,
+                "header length %d is beyond the %lld bytes of the message", in.i32(0), ll(in.n));
   if (in.i32(0) < header)
     return fail(err, TRDCOMP_E_HEADER, 0, "header length %d is shorter than the %lld-byte header",
                 in.i32(0), ll(header));
-  const std::int64_t limit = max_len ? static_cast<std::int64_t>(
-                                           std::min<size_t>(max_len, size_t(INT32_MAX)))
-                                     : kDefaultLimit;
+  const std::int64_t limit =
+      max_len ? static_cast<std::int64_t>(std::min<size_t>(max_len, size_t(INT32_MAX)))
+              : kDefaultLimit;
   if (int s = dir == TRDCOMP_REQUEST ? checkPackedRequest(in, *e, limit, err)
                                      : checkPackedAnswer(in, *e, limit, err))
     return s;
@@ -521,12 +537,11 @@ int trdcomp_restore(const void* packed, size_t length, int direction, int flag, 
   char* restored = nullptr;
   int restoredLen = 0;
   char* bytes = const_cast<char*>(static_cast<const char*>(packed));
-  const int ok =
-      dir == TRDCOMP_REQUEST
-          ? CTrdCompData::RestoreReq2008(bytes, static_cast<int>(length), &restored, restoredLen,
-                                         static_cast<char>(flag))
-          : CTrdCompData::RestoreAns2008(bytes, static_cast<int>(length), &restored, restoredLen,
-                                         static_cast<char>(flag));
+  const int ok = dir == TRDCOMP_REQUEST
+                     ? CTrdCompData::RestoreReq2008(bytes, static_cast<int>(length), &restored,
+                                                    restoredLen, static_cast<char>(flag))
+                     : CTrdCompData::RestoreAns2008(bytes, static_cast<int>(length), &restored,
+                                                    restoredLen, static_cast<char>(flag));
   if (!ok) {
     CTrdCompData::ReleaseAnsData(restored);
     return fail(err, TRDCOMP_E_REFUSED, -1, "the %s codec refused %s %u",
