@@ -57,9 +57,13 @@ int fail(trdcomp_error* err, int code, std::int64_t offset, const char* format, 
   if (err) {
     err->code = code;
     err->offset = offset;
+    // A truncation says so first, whatever its details.
+    const char* prefix = code == TRDCOMP_E_TRUNCATED ? "truncated message: " : "";
+    const int n = std::snprintf(err->message, sizeof err->message, "%s", prefix);
     va_list args;
     va_start(args, format);
-    std::vsnprintf(err->message, sizeof err->message, format, args);
+    std::vsnprintf(err->message + n, sizeof err->message - static_cast<std::size_t>(n), format,
+                   args);
     va_end(args);
   }
   return code;

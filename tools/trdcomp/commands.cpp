@@ -131,7 +131,7 @@ std::string flagsText(unsigned char f) {
 
 void row(std::ostream& out, std::int64_t offset, const std::string& kind, const std::string& name,
          const std::string& value, int nameWidth) {
-  out << std::setw(10) << offset << "  " << std::left << std::setw(12) << kind;
+  out << std::setw(10) << offset << "  " << std::left << std::setw(13) << kind;
   if (nameWidth) out << std::setw(nameWidth + 2) << name;
   out << std::right << value << "\n";
 }

@@ -1,5 +1,6 @@
 #include "util.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -60,49 +61,83 @@ Bytes fromHex(const std::string& hex, const std::string& what, std::size_t width
   return out;
 }
 
+namespace {
+
+bool isHexToken(const std::string& t) {
+  return !t.empty() && std::all_of(t.begin(), t.end(), [](char c) { return hexDigit(c) >= 0; });
+}
+
+// One line of a dump, less its offset column and its ASCII column: "offset:" labels (xxd and
+// most logs), a leading 7- or 8-digit offset followed by short groups (hexdump, od), "|...|"
+// columns (hexdump -C), and the text after the last double space when it is not hex (xxd).
+std::string dataOfLine(std::string line, bool hexdumpColumns) {
+  for (std::size_t bar; (bar = line.find('|')) != std::string::npos;) {
+    const std::size_t end = line.find('|', bar + 1);
+    line.erase(bar, end == std::string::npos ? std::string::npos : end - bar + 1);
+  }
+  const std::size_t first = line.find_first_not_of(" \t");
+  if (first == std::string::npos) return "";
+  line.erase(0, first);
+  // hexdump -C ends with a line of the total length alone.
+  if (hexdumpColumns && line.find_first_of(" \t") == std::string::npos && isHexToken(line)) return "";
+  const std::size_t colon = line.find(':');
+  if (colon != std::string::npos && isHexToken(line.substr(0, colon))) {
+    line.erase(0, colon + 1);
+    const std::size_t gap = line.rfind("  ");
+    if (gap != std::string::npos &&
+        line.find_first_not_of("0123456789abcdefABCDEF \t", gap) != std::string::npos)
+      line.erase(gap);
+    return line;
+  }
+  std::vector<std::string> tokens;
+  for (std::size_t i = 0; i < line.size();) {
+    const std::size_t j = line.find_first_of(" \t", i);
+    tokens.push_back(line.substr(i, j == std::string::npos ? std::string::npos : j - i));
+    if (j == std::string::npos) break;
+    i = line.find_first_not_of(" \t", j);
+    if (i == std::string::npos) break;
+  }
+  if (tokens.size() > 1 && (tokens[0].size() == 7 || tokens[0].size() == 8) && isHexToken(tokens[0]) &&
+      std::all_of(tokens.begin() + 1, tokens.end(), [](const std::string& t) { return t.size() <= 4; }))
+    line.erase(0, tokens[0].size());
+  return line;
+}
+
+}  // namespace
+
 Bytes parseHexText(const std::string& text) {
   Bytes out;
-  std::size_t line = 1, column = 0;
   int pending = -1;
-  bool inAscii = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    ++column;
-    if (c == '\n') {
-      ++line, column = 0, inAscii = false;
-      continue;
-    }
-    if (c == '|') {
-      inAscii = !inAscii;
-      continue;
-    }
-    if (inAscii) continue;
-    if (std::isspace(static_cast<unsigned char>(c)) || c == ',') continue;
-    if ((c == '0' || c == '\\') && i + 1 < text.size() &&
-        (text[i + 1] == 'x' || text[i + 1] == 'X') && pending < 0) {
-      ++i, ++column;
-      continue;
-    }
-    // "offset:" labels: a run of hex digits ended by a colon.
-    if (pending < 0) {
-      std::size_t j = i;
-      while (j < text.size() && hexDigit(text[j]) >= 0) ++j;
-      if (j < text.size() && text[j] == ':' && j > i) {
-        column += j - i;
-        i = j;
+  std::size_t lineNo = 0;
+  for (std::size_t start = 0; start <= text.size();) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    ++lineNo;
+    const std::string line =
+        dataOfLine(text.substr(start, end - start), text.find('|') != std::string::npos);
+    if (line == "*")
+      throw Error("hex input: line " + std::to_string(lineNo) +
+                  " stands for repeated lines that the dump left out; dump with -v");
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      const char c = line[i];
+      if (std::isspace(static_cast<unsigned char>(c)) || c == ',') continue;
+      if ((c == '0' || c == '\\') && pending < 0 && i + 1 < line.size() &&
+          (line[i + 1] == 'x' || line[i + 1] == 'X')) {
+        ++i;
         continue;
       }
+      const int d = hexDigit(c);
+      if (d < 0)
+        throw Error("hex input: unexpected character '" + std::string(1, c) + "' on line " +
+                    std::to_string(lineNo));
+      if (pending < 0) {
+        pending = d;
+      } else {
+        out.push_back(static_cast<unsigned char>(pending << 4 | d));
+        pending = -1;
+      }
     }
-    const int d = hexDigit(c);
-    if (d < 0)
-      throw Error("hex input: unexpected character '" + std::string(1, c) + "' at line " +
-                  std::to_string(line) + " column " + std::to_string(column));
-    if (pending < 0) {
-      pending = d;
-    } else {
-      out.push_back(static_cast<unsigned char>(pending << 4 | d));
-      pending = -1;
-    }
+    start = end + 1;
   }
   if (pending >= 0)
     throw Error("hex input: an odd number of hex digits", static_cast<std::int64_t>(out.size()));

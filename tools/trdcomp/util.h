@@ -49,7 +49,8 @@ std::string toHex(const unsigned char* p, std::size_t n, bool trimZeros = false)
 Bytes fromHex(const std::string& hex, const std::string& what, std::size_t width = 0);
 
 // Hex text as copied from a log or a dump: pairs of hex digits, with spaces, newlines, commas,
-// "0x" and "\x" prefixes, "offset:" labels and "|ascii|" columns ignored.
+// "0x" and "\x" prefixes ignored, and the offset and ASCII columns of xxd, hexdump -C and
+// od -An -tx1 left out.
 Bytes parseHexText(const std::string& text);
 
 // Texts as JSON strings: byte b is code point U+00bb, trailing zero bytes left out. Lossless
