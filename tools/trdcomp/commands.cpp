@@ -383,7 +383,10 @@ void compareRecord(const Message& m, std::size_t section, const unsigned char* o
       const std::int64_t entry = f.offset + std::int64_t(e) * f.stride;
       if ((count < 0 || e >= static_cast<std::uint32_t>(count)) &&
           anyNonzero(o + entry, f.stride)) {
-        losses.push_back({label(f, entry, str(f.offset)) + " entry " + str(e),
+        const std::string name = names.name(m.shape.number, m.shape.direction, sec, str(f.offset));
+        losses.push_back({where + " field " + str(f.offset) + (name.empty() ? "" : " " + name) +
+                              " entry " + str(e) + " (" + kindName(f) + ", message offset " +
+                              str(at + entry) + ")",
                           "lies past the count " + str(count) + " (the int32 at offset " +
                               str(f.count_offset) + "): entries past the count are not sent"});
         continue;
@@ -574,12 +577,12 @@ int stats(const Options& o) {
                            {"messages", t.messages},
                            {"rawBytes", t.raw},
                            {"packedBytes", t.packed},
-                           {"ratio", std::round(ratio(t) * 10) / 1000}});
+                           {"ratio", std::round(ratio(t) * 100) / 10000}});
     }
     j["total"] = {{"messages", total.messages},
                   {"rawBytes", total.raw},
                   {"packedBytes", total.packed},
-                  {"ratio", std::round(ratio(total) * 10) / 1000}};
+                  {"ratio", std::round(ratio(total) * 100) / 10000}};
     writeOutput(o.output, j.dump(2) + "\n");
     return 0;
   }

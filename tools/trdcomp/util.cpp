@@ -79,7 +79,8 @@ std::string dataOfLine(std::string line, bool hexdumpColumns) {
   if (first == std::string::npos) return "";
   line.erase(0, first);
   // hexdump -C ends with a line of the total length alone.
-  if (hexdumpColumns && line.find_first_of(" \t") == std::string::npos && isHexToken(line)) return "";
+  if (hexdumpColumns && line.find_first_of(" \t") == std::string::npos && isHexToken(line))
+    return "";
   const std::size_t colon = line.find(':');
   if (colon != std::string::npos && isHexToken(line.substr(0, colon))) {
     line.erase(0, colon + 1);
@@ -97,8 +98,10 @@ std::string dataOfLine(std::string line, bool hexdumpColumns) {
     i = line.find_first_not_of(" \t", j);
     if (i == std::string::npos) break;
   }
-  if (tokens.size() > 1 && (tokens[0].size() == 7 || tokens[0].size() == 8) && isHexToken(tokens[0]) &&
-      std::all_of(tokens.begin() + 1, tokens.end(), [](const std::string& t) { return t.size() <= 4; }))
+  if (tokens.size() > 1 && (tokens[0].size() == 7 || tokens[0].size() == 8) &&
+      isHexToken(tokens[0]) &&
+      std::all_of(tokens.begin() + 1, tokens.end(),
+                  [](const std::string& t) { return t.size() <= 4; }))
     line.erase(0, tokens[0].size());
   return line;
 }
