@@ -304,6 +304,8 @@ std::string explain(const trdcomp_field_info& f, int codec, int flag, const unsi
       const std::int64_t v = loadI64(o);
       if (codec == 0 && (v == INT64_MIN || (v < 0 ? -v : v) >= (std::int64_t(1) << 60)))
         return "beyond the 60 bits of magnitude of the compact 64-bit form";
+      if (codec == 1 && v <= -(std::int64_t(1) << 62))
+        return "a negative value from -2^62 down loses bit 63 in the 2011 codec's ten-byte form";
       break;
     }
     case TRDCOMP_KIND_DOUBLE: {
