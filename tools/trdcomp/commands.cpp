@@ -337,6 +337,9 @@ std::string explain(const trdcomp_field_info& f, int codec, int flag, const unsi
         return "the 2011 codec sends this text as 7-bit characters";
       if (codec == 1 && f.text_form == TRDCOMP_TEXT_EXCHANGE)
         return "the 2011 codec sends an exchange code of at most three characters";
+      if (len == f.width && codec == 1)
+        return "fills its array: the 2011 codec keeps " + str(f.width - 1) +
+               " bytes and a terminator";
       if (len == f.width)
         return "fills its array without a terminator and runs into the next field";
       break;
