@@ -209,3 +209,21 @@ def test_usage_errors_exit_2(run):
     assert run().returncode == 2
     assert run("inspect", "--codec", "1999").returncode == 2
     assert run("pack", "--codec", "1999", "-").returncode == 2
+
+
+def test_damaged_messages_never_crash_the_tool(run, samples):
+    import random
+    rng = random.Random(5)
+    seeds = [(samples / f"{n}-{d}-{c}.bin").read_bytes()
+             for n in (1002, 1023, 1260, 8996) for d in ("request", "answer") for c in ("2008", "2011")]
+    seeds += [ok(run("pack", "-", stdin=s)) for s in seeds]
+    for _ in range(150):
+        b = bytearray(rng.choice(seeds))
+        for _ in range(rng.randrange(1, 5)):
+            b[rng.randrange(len(b))] = rng.randrange(256)
+        if rng.random() < 0.3:
+            del b[rng.randrange(len(b)):]
+        process = run("inspect", "--max-size", 1 << 22, "-", stdin=bytes(b))
+        assert process.returncode in (0, 1), process.stderr
+        if process.returncode == 1:
+            assert process.stderr.count(b"\n") == 1

@@ -2,6 +2,10 @@
 // captures of them.
 #include <CLI/CLI.hpp>
 #include <iostream>
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 #include "commands.h"
 #include "util.h"
@@ -129,6 +133,7 @@ int main(int argc, char** argv) {
   stats->add_option("FILE", o.inputs, "capture files: each message a u32 length, then the message")
       ->required()
       ->check(CLI::ExistingFile);
+  addDirection(*stats, o);
   addFlag(*stats, o);
   addMaxSize(*stats, o);
   stats->add_flag("--json", o.json, "print the table as JSON");
@@ -138,6 +143,11 @@ int main(int argc, char** argv) {
       "Packed messages are restored to measure them, raw ones packed. Example:\n"
       "  trdcomp stats capture-*.bin");
 
+#if defined(_WIN32)
+  // Messages are bytes: no newline translation on the standard streams.
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

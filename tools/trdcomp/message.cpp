@@ -496,9 +496,11 @@ void recordFromJson(const Message& m, std::size_t section, const Json& j, unsign
 }
 
 void expectKeys(const Json& j, std::initializer_list<const char*> keys, const std::string& where) {
-  for (const auto& [key, value] : j.items())
+  for (auto it = j.begin(); it != j.end(); ++it) {
+    const std::string key = it.key();
     if (std::none_of(keys.begin(), keys.end(), [&](const char* k) { return key == k; }))
       throw Error(where + ": unknown key \"" + key + "\"");
+  }
 }
 
 std::int32_t headerInt(const Json& header, const char* key, std::int32_t fallback) {
