@@ -1,0 +1,183 @@
+/* trdcomp C interface: whole messages in, whole messages out, and the record layouts described
+ * as data, for tools and for languages that call C (Python's ctypes, for one).
+ *
+ * A "raw" message is a header followed by plain record images: the form a trading program holds
+ * in memory and the form a restore produces. A "packed" message is what goes on the wire. Every
+ * message starts with its header length (76 for a request, 96 for an answer), its function
+ * number and its flags byte (bit 0 records packed, bit 1 section table, bits 4-7 codec nibble:
+ * 0 the 2008 codec, 1 to 15 the 2011 Fast codec).
+ *
+ * Unlike the C++ entry points, these functions check their input before they hand it to the
+ * codecs and say what is wrong and where: every failure fills a trdcomp_error with a code, the
+ * byte offset of the fault and a one-line message. Buffers they return are released with
+ * trdcomp_release. They hold no state and may run on any number of threads at once. */
+#ifndef TRDCOMP_TRDCOMP_C_H
+#define TRDCOMP_TRDCOMP_C_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifndef TRDCOMP_API
+#if defined(_WIN32)
+#if defined(TRDCOMP_BUILDING)
+#define TRDCOMP_API __declspec(dllexport)
+#else
+#define TRDCOMP_API __declspec(dllimport)
+#endif
+#else
+#define TRDCOMP_API __attribute__((visibility("default")))
+#endif
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Directions. TRDCOMP_DETECT asks the function to tell them apart by the header length. */
+#define TRDCOMP_DETECT (-1)
+#define TRDCOMP_REQUEST 0
+#define TRDCOMP_ANSWER 1
+
+/* Codec choices of trdcomp_pack and trdcomp_describe. */
+#define TRDCOMP_CODEC_HEADER 0 /* trdcomp_pack: the codec the message's nibble names */
+#define TRDCOMP_CODEC_2008 2008
+#define TRDCOMP_CODEC_2011 2011
+
+/* Status codes: 0 for success, the others name the class of fault. */
+#define TRDCOMP_OK 0
+#define TRDCOMP_E_ARGUMENT 1  /* null pointer, unknown direction or codec, index out of range */
+#define TRDCOMP_E_TRUNCATED 2 /* the data ends before the message it starts does */
+#define TRDCOMP_E_HEADER 3    /* a header field out of range: length, count, size, table */
+#define TRDCOMP_E_UNKNOWN 4   /* a function number the library does not know */
+#define TRDCOMP_E_BODY 5      /* a packed body that contradicts its header */
+#define TRDCOMP_E_REFUSED 6   /* the codec refused a message that passed these checks */
+#define TRDCOMP_E_TOO_LARGE 7 /* the result would exceed the size limit */
+#define TRDCOMP_E_MEMORY 8    /* an allocation failed */
+
+typedef struct trdcomp_error {
+  int code;          /* one of the status codes */
+  int64_t offset;    /* byte offset of the fault in the input, -1 when none applies */
+  char message[240]; /* one line, zero-terminated, without the offset */
+} trdcomp_error;
+
+/* What a number's message body is made of, per direction. */
+#define TRDCOMP_FORM_RECORDS 0     /* records of the layouts below */
+#define TRDCOMP_FORM_HEADER_ONLY 1 /* requests 1000 and 1001: packed as the header alone */
+#define TRDCOMP_FORM_NO_BODY 2     /* 1017: no body in either direction */
+#define TRDCOMP_FORM_PASS_THROUGH \
+  3 /* no layout: the body travels as it is (8998 requests, 8999 answers) */
+
+/* Field kinds, as the layout tables name them. */
+#define TRDCOMP_KIND_CHAR 0          /* one raw byte */
+#define TRDCOMP_KIND_TEXT 1          /* char[N]: zero-terminated inside its array when shorter */
+#define TRDCOMP_KIND_SHORT_TEXT 2    /* short string [N]: at most N - 1 bytes survive */
+#define TRDCOMP_KIND_BLOCK 3         /* byte block [N]: opaque, always the full width */
+#define TRDCOMP_KIND_INT32 4         /* int32 whose 2008 form the codec flag chooses */
+#define TRDCOMP_KIND_INT64 5         /* int64 */
+#define TRDCOMP_KIND_DOUBLE 6        /* price or amount: 4 decimals (2008), 3 decimals (2011) */
+#define TRDCOMP_KIND_COUNTED_BLOCK 7 /* byte block whose used length is the int32 at count_offset \
+                                      */
+#define TRDCOMP_KIND_GROUP 8         /* up to `repeat` entries of the `members` fields after it */
+
+/* 2011 Fast text forms and integer bases. */
+#define TRDCOMP_TEXT_LENGTH_PREFIXED 0
+#define TRDCOMP_TEXT_STOP_BIT 1 /* 7-bit characters only */
+#define TRDCOMP_TEXT_EXCHANGE 2 /* three-character exchange code */
+#define TRDCOMP_BASE_CONSTANT 0
+#define TRDCOMP_BASE_FIELD 1
+#define TRDCOMP_BASE_PREVIOUS 2
+
+/* Up to three sections per answer (2008 optional sections included). */
+#define TRDCOMP_MAX_SECTIONS 3
+
+typedef struct trdcomp_section_info {
+  uint32_t record_size; /* bytes of one record */
+  uint32_t field_count; /* entries of trdcomp_field: group members counted */
+  uint32_t routine;     /* the number whose layout row this is (1008 answers use 1007's) */
+  int opaque;           /* records are copied, never encoded (request 1000) */
+  int rotated;          /* encoding order is not ascending offset */
+  int dictionary;       /* 2011 Fast: repeated field groups travel once */
+  int optional;         /* 2008 only: present when the message's section table sends it */
+} trdcomp_section_info;
+
+typedef struct trdcomp_message_info {
+  uint32_t number;
+  int form;          /* TRDCOMP_FORM_* */
+  int section_count; /* 0 unless form is TRDCOMP_FORM_RECORDS; requests have 1 */
+  trdcomp_section_info sections[TRDCOMP_MAX_SECTIONS];
+} trdcomp_message_info;
+
+typedef struct trdcomp_field_info {
+  uint32_t offset;       /* in the record; for a group member, in the group's entry */
+  uint32_t width;        /* bytes in the record (a group: repeat x stride) */
+  uint32_t cap;          /* texts: most bytes the 2008 decoder keeps */
+  int kind;              /* TRDCOMP_KIND_* */
+  int group;             /* index of the enclosing group field, or -1 */
+  uint32_t repeat;       /* group: most entries */
+  uint32_t stride;       /* group: bytes per entry */
+  uint32_t members;      /* group: member fields that follow it */
+  uint32_t count_offset; /* group, counted block: offset of the int32 that counts */
+  /* 2011 Fast attributes. */
+  int text_form;   /* TRDCOMP_TEXT_* */
+  int base_form;   /* TRDCOMP_BASE_* */
+  int has_default; /* the first record leaves the field out when it equals the default */
+  int dictionary;  /* one of the repeated group of a dictionary layout */
+  int64_t base;
+  uint32_t base_offset;
+  int64_t default_value;
+} trdcomp_field_info;
+
+/* The known function numbers: trdcomp_function_count() of them (115), in ascending order;
+ * trdcomp_function_at returns 0 for an index out of range. */
+TRDCOMP_API int trdcomp_function_count(void);
+TRDCOMP_API uint32_t trdcomp_function_at(int index);
+
+/* Describes the records of `number` in `direction` and `codec` (2008 or 2011) as a restored
+ * message holds them, which is also how trdcomp_pack reads a raw message. Returns 0, or
+ * TRDCOMP_E_UNKNOWN for an unknown number and TRDCOMP_E_ARGUMENT for a bad direction, codec or
+ * null `info`. Nothing to free. */
+TRDCOMP_API int trdcomp_describe(uint32_t number, int direction, int codec,
+                                 trdcomp_message_info* info);
+
+/* Field `index` (0 to field_count - 1, in encoding order) of section `section` of the records
+ * described above. Returns 0, or a status code as trdcomp_describe does. Nothing to free. */
+TRDCOMP_API int trdcomp_field(uint32_t number, int direction, int codec, int section, int index,
+                              trdcomp_field_info* field);
+
+/* The direction of a message by its header length (76: request, 96: answer), or -1 when the
+ * first four bytes say neither (or fewer than four are given). */
+TRDCOMP_API int trdcomp_direction(const void* message, size_t length);
+
+/* Packs the raw message `raw` (`raw_len` bytes). `direction` may be TRDCOMP_DETECT. `codec` is
+ * TRDCOMP_CODEC_HEADER (the nibble of the message), TRDCOMP_CODEC_2008 (nibble 0) or
+ * TRDCOMP_CODEC_2011 (the message's nibble when it is not 0, else 1). `flag` is the codec flag
+ * of the 2008 codec (0: compact 32-bit int32 fields, 1: compact 64-bit form).
+ * A raw request is the 76-byte header and `count` records of `size` bytes at offset 76; a raw
+ * answer is the 96-byte header, a section table when flags bit 1 is set (at most five
+ * sections), and the sections one after another.
+ * On success returns 0 and stores in `*out` a buffer of `*out_len` bytes that the caller frees
+ * with trdcomp_release. On failure returns a status code, fills `err` when it is not null and
+ * leaves `*out` null. */
+TRDCOMP_API int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int flag,
+                             void** out, size_t* out_len, trdcomp_error* err);
+
+/* Restores the packed message `packed` (`length` bytes) into a raw message. The codec comes from
+ * the header; `flag` is the 2008 codec flag the sender used. `max_len` limits the restored
+ * length (0: 256 MiB). The result is the raw message: header, section table of multi-section
+ * answers, records of the library's layout sizes, with flags bit 0 cleared because its body
+ * holds plain records. A 1017 message (no body) restores to its header as it came; a
+ * pass-through message restores unchanged.
+ * On success returns 0 and stores in `*out` a buffer of `*out_len` bytes that the caller frees
+ * with trdcomp_release. On failure returns a status code, fills `err` when it is not null and
+ * leaves `*out` null. */
+TRDCOMP_API int trdcomp_restore(const void* packed, size_t length, int direction, int flag,
+                                size_t max_len, void** out, size_t* out_len, trdcomp_error* err);
+
+/* Frees a buffer returned by trdcomp_pack or trdcomp_restore; null is ignored. */
+TRDCOMP_API void trdcomp_release(void* data);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TRDCOMP_TRDCOMP_C_H */

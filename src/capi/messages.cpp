@@ -1,0 +1,531 @@
+// Whole-message pack and restore for the C interface. The input is checked first, field by field
+// and record by record, so that a fault is reported with its byte offset; then the public entry
+// points do the work.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "TrdCompData.h"
+#include "capi/tables.h"
+#include "primitives/bytes.h"
+
+namespace trdcomp::capi {
+namespace {
+
+using records::Field;
+using records::Kind;
+using records::Layout;
+
+constexpr std::int64_t kRequestHeader = 76, kAnswerHeader = 96;
+constexpr std::int64_t kDefaultLimit = std::int64_t(256) << 20;
+constexpr int kMostSections = 5;  // pairs of a section table that the entry points carry
+constexpr std::int64_t kMost2011Count = 0xFFFF;
+
+const char* const kDirection[] = {"request", "answer"};
+
+// The caller's bytes; every read is checked by the caller with has().
+struct Input {
+  const u8* p;
+  std::int64_t n;
+  bool has(std::int64_t at, std::int64_t k) const { return at >= 0 && k >= 0 && at <= n - k; }
+  std::int32_t i32(std::int64_t at) const { return loadI32(p + at); }
+  std::uint32_t u32(std::int64_t at) const { return loadU32(p + at); }
+  std::uint16_t u16(std::int64_t at) const { return loadU16(p + at); }
+};
+
+long long ll(std::int64_t v) {
+  return static_cast<long long>(v);
+}
+
+// a * b + c, saturated far above any length the entry points accept.
+std::int64_t mulAdd(std::int64_t a, std::int64_t b, std::int64_t c) {
+  constexpr std::int64_t kBig = std::int64_t(1) << 60;
+  if (a < 0 || b < 0 || c < 0) return kBig;
+  if (a != 0 && b > kBig / a) return kBig;
+  return std::min(kBig, a * b + c);
+}
+
+// The direction asked for, or the one the header length names.
+int directionOf(const Input& in, int direction, trdcomp_error* err, int& out) {
+  if (direction == TRDCOMP_REQUEST || direction == TRDCOMP_ANSWER) {
+    out = direction;
+    return TRDCOMP_OK;
+  }
+  if (direction != TRDCOMP_DETECT) return fail(err, TRDCOMP_E_ARGUMENT, -1, "unknown direction");
+  if (!in.has(0, 4))
+    return fail(err, TRDCOMP_E_TRUNCATED, in.n, "the message is %lld bytes, too short for a header",
+                ll(in.n));
+  out = trdcomp_direction(in.p, static_cast<std::size_t>(in.n));
+  if (out < 0)
+    return fail(err, TRDCOMP_E_HEADER, 0,
+                "header length %d is neither 76 (a request) nor 96 (an answer)", in.i32(0));
+  return TRDCOMP_OK;
+}
+
+// The header common to both directions: its size, the function number.
+int checkHeader(const Input& in, int direction, trdcomp_error* err, const frame::Entry*& entry) {
+  const std::int64_t header = direction == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
+  if (!in.has(0, header))
+    return fail(err, TRDCOMP_E_TRUNCATED, in.n, "the message is %lld bytes, an %s header is %lld",
+                ll(in.n), direction == TRDCOMP_REQUEST ? "request" : "answer", ll(header));
+  entry = frame::find(in.u32(4));
+  if (!entry) return fail(err, TRDCOMP_E_UNKNOWN, 4, "unknown function number %u", in.u32(4));
+  return TRDCOMP_OK;
+}
+
+// Sections of a raw answer: from the section table when flags bit 1 is set, else the header's
+// count and size. Also the shape of packed 2008 answers, whose table has the same form.
+struct Section {
+  std::int32_t count = 0, size = 0;
+  std::int64_t countAt = 88, sizeAt = 92;
+};
+struct Sections {
+  int count = 0;  // sections listed (at most five are read)
+  Section s[kMostSections];
+  std::int64_t table = 0;  // bytes of the table
+};
+
+int readSections(const Input& in, std::int64_t at, bool table, bool raw, trdcomp_error* err,
+                 Sections& out) {
+  if (!table) {
+    out.count = 1;
+    out.s[0].count = in.i32(88);
+    out.s[0].size = in.i32(92);
+  } else {
+    if (!in.has(at, 4))
+      return fail(err, TRDCOMP_E_TRUNCATED, at, "the section table's size is cut off");
+    const std::int32_t size = in.i32(at);
+    if (size < 4 || (size - 4) % 8 != 0)
+      return fail(err, TRDCOMP_E_HEADER, at,
+                  "section table size %d is not 4 plus 8 bytes per section", size);
+    if (!in.has(at, size))
+      return fail(err, TRDCOMP_E_TRUNCATED, in.n,
+                  "the section table claims %d bytes at offset %lld, the message ends first", size,
+                  ll(at));
+    const std::int64_t pairs = (size - 4) / 8;
+    if (raw && pairs > kMostSections)
+      return fail(err, TRDCOMP_E_HEADER, at,
+                  "the section table lists %lld sections, at most 5 travel", ll(pairs));
+    out.table = size;
+    out.count = static_cast<int>(std::min<std::int64_t>(pairs, kMostSections));
+    for (int k = 0; k < out.count; ++k) {
+      out.s[k].countAt = at + 4 + 8 * k;
+      out.s[k].sizeAt = at + 8 + 8 * k;
+      out.s[k].count = in.i32(out.s[k].countAt);
+      out.s[k].size = in.i32(out.s[k].sizeAt);
+    }
+  }
+  for (int k = 0; k < out.count; ++k) {
+    if (out.s[k].count < 0)
+      return fail(err, TRDCOMP_E_HEADER, out.s[k].countAt,
+                  "record count %d of section %d is negative", out.s[k].count, k);
+    if (raw && out.s[k].size < 0)
+      return fail(err, TRDCOMP_E_HEADER, out.s[k].sizeAt,
+                  "record size %d of section %d is negative", out.s[k].size, k);
+  }
+  return TRDCOMP_OK;
+}
+
+// Plain records: `count` of `size` bytes from `at` must lie inside the message.
+int checkRawRecords(const Input& in, std::int64_t at, std::int64_t count, std::int64_t size,
+                    const char* what, trdcomp_error* err) {
+  const std::int64_t need = mulAdd(count, size, at);
+  if (need > in.n)
+    return fail(err, TRDCOMP_E_TRUNCATED, in.n,
+                "%s: %lld records of %lld bytes from offset %lld need %lld bytes, the message has "
+                "%lld",
+                what, ll(count), ll(size), ll(at), ll(need), ll(in.n));
+  return TRDCOMP_OK;
+}
+
+// Packed records of the 2008 codec (a u32 length, then the record) or blocks of the 2011 Fast
+// codec (a u16 length, then the block), `count` of them from `pos`.
+int walkRecords(const Input& in, std::int64_t& pos, std::int64_t count, int prefix,
+                const char* what, trdcomp_error* err) {
+  for (std::int64_t i = 0; i < count; ++i) {
+    if (!in.has(pos, prefix))
+      return fail(err, TRDCOMP_E_TRUNCATED, pos, "%s: the message ends before record %lld of %lld",
+                  what, ll(i), ll(count));
+    const std::int64_t length = prefix == 4 ? in.u32(pos) : in.u16(pos);
+    if (!in.has(pos + prefix, length))
+      return fail(err, TRDCOMP_E_TRUNCATED, pos,
+                  "%s: record %lld claims %lld bytes, %lld remain after its length", what, ll(i),
+                  ll(length), ll(in.n - pos - prefix));
+    pos += prefix + length;
+  }
+  return TRDCOMP_OK;
+}
+
+int checkRestoredLength(std::int64_t length, std::int64_t limit, std::int64_t at,
+                        trdcomp_error* err) {
+  if (length > limit || length > INT32_MAX - 1024)
+    return fail(err, TRDCOMP_E_TOO_LARGE, at,
+                "the restored message would be %lld bytes, above the limit of %lld", ll(length),
+                ll(std::min<std::int64_t>(limit, INT32_MAX - 1024)));
+  return TRDCOMP_OK;
+}
+
+// A packed request as the restore entry point will read it.
+int checkPackedRequest(const Input& in, const frame::Entry& e, std::int64_t limit,
+                       trdcomp_error* err) {
+  const std::int32_t headLen = in.i32(0);
+  const u8 flags = in.p[8];
+  const int codec = (flags >> 4) ? 1 : 0;
+  const Records r = recordsOf(e, TRDCOMP_REQUEST, codec);
+  if (r.form == TRDCOMP_FORM_NO_BODY) return TRDCOMP_OK;
+  if (r.form == TRDCOMP_FORM_PASS_THROUGH) {
+    if (flags & 1)
+      return fail(err, TRDCOMP_E_HEADER, 8,
+                  "flags bit 0 (packed) is set, but request %u has no layout and passes through",
+                  e.number);
+    return TRDCOMP_OK;
+  }
+  const Layout& layout = *r.sections[0];
+  if ((flags & 2) && (codec == 0 || !layout.keepsSectionBit))
+    return fail(err, TRDCOMP_E_HEADER, 8, "flags bit 1 (section table) is set in a request");
+  const std::int32_t count = in.i32(68);
+  if (count < 0) return fail(err, TRDCOMP_E_HEADER, 68, "record count %d is negative", count);
+  if (int s = checkRestoredLength(mulAdd(count, layout.size, kRequestHeader), limit, 68, err))
+    return s;
+  if (!(flags & 1)) {
+    const std::int32_t size = in.i32(72);
+    if (size < 0) return fail(err, TRDCOMP_E_HEADER, 72, "record size %d is negative", size);
+    return checkRawRecords(in, kRequestHeader, count, size, "records", err);
+  }
+  std::int64_t pos = headLen;
+  if (codec == 1) {
+    if (!in.has(pos, 2))
+      return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit record count of the body is cut off");
+    if (in.u16(pos) != count)
+      return fail(err, TRDCOMP_E_BODY, pos, "the body counts %u records, the header %d (offset 68)",
+                  in.u16(pos), count);
+    pos += 2;
+  }
+  return walkRecords(in, pos, count, codec == 1 ? 2 : 4, "records", err);
+}
+
+// A 2011 Fast dictionary section: entries, the section's count, the reduced records.
+int walkDictionary(const Input& in, std::int64_t& pos, std::int64_t count, int section,
+                   trdcomp_error* err) {
+  if (!in.has(pos, 2))
+    return fail(err, TRDCOMP_E_TRUNCATED, pos, "section %d: the dictionary size is cut off",
+                section);
+  const std::int64_t entries = in.u16(pos);
+  pos += 2;
+  if (int s = walkRecords(in, pos, entries, 2, "dictionary", err)) return s;
+  if (!in.has(pos, 2))
+    return fail(err, TRDCOMP_E_TRUNCATED, pos, "section %d: the record count is cut off", section);
+  if (in.u16(pos) != count)
+    return fail(err, TRDCOMP_E_BODY, pos, "section %d counts %u records, the header %lld", section,
+                in.u16(pos), ll(count));
+  pos += 2;
+  return walkRecords(in, pos, count, 2, "records", err);
+}
+
+int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit,
+                      trdcomp_error* err) {
+  const std::int64_t headLen = in.i32(0);
+  const u8 flags = in.p[8];
+  const int codec = (flags >> 4) ? 1 : 0;
+  const Records r = recordsOf(e, TRDCOMP_ANSWER, codec);
+  if (r.form == TRDCOMP_FORM_NO_BODY) return TRDCOMP_OK;
+  if (r.form == TRDCOMP_FORM_PASS_THROUGH || (codec == 0 && !(flags & 1))) {
+    if (r.form == TRDCOMP_FORM_PASS_THROUGH && (flags & 1))
+      return fail(err, TRDCOMP_E_HEADER, 8,
+                  "flags bit 0 (packed) is set, but answer %u has no layout and passes through",
+                  e.number);
+    Sections sections;
+    if (int s = readSections(in, headLen, flags & 2, true, err, sections)) return s;
+    std::int64_t at = headLen + sections.table, restored = kAnswerHeader + sections.table;
+    for (int k = 0; k < sections.count; ++k) {
+      if (int s = checkRawRecords(in, at, sections.s[k].count, sections.s[k].size, "section", err))
+        return s;
+      at = mulAdd(sections.s[k].count, sections.s[k].size, at);
+      const std::int64_t size = r.form == TRDCOMP_FORM_RECORDS && k < r.sectionCount
+                                    ? r.sections[k]->size
+                                    : sections.s[k].size;
+      restored = mulAdd(sections.s[k].count, size, restored);
+    }
+    return checkRestoredLength(restored, limit, 88, err);
+  }
+  if (!(flags & 1))
+    return fail(err, TRDCOMP_E_HEADER, 8,
+                "flags bit 0 (packed) is clear, but the 2011 codec has no plain form of answers");
+
+  std::int64_t pos = headLen;
+  std::int64_t counts[TRDCOMP_MAX_SECTIONS] = {};
+  std::int64_t countAt[TRDCOMP_MAX_SECTIONS] = {88, 88, 88};
+  int sectionCount = r.sectionCount;
+  if (codec == 0) {
+    Sections sections;
+    if (int s = readSections(in, pos, flags & 2, false, err, sections)) return s;
+    pos += sections.table;
+    const int pairs = (flags & 2) ? sections.count : 0;
+    if (r.sectionCount > 1 && r.sections[1]->optional && pairs < 2) sectionCount = 1;
+    for (int k = 0; k < sectionCount && k < sections.count; ++k) {
+      counts[k] = sections.s[k].count;
+      countAt[k] = sections.s[k].countAt;
+    }
+  } else if (sectionCount > 1) {
+    for (int k = 0; k < sectionCount; ++k, pos += 2) {
+      if (!in.has(pos, 2))
+        return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit count of section %d is cut off", k);
+      counts[k] = in.u16(pos);
+      countAt[k] = pos;
+    }
+  } else {
+    counts[0] = in.i32(88);
+    if (counts[0] < 0)
+      return fail(err, TRDCOMP_E_HEADER, 88, "record count %lld is negative", ll(counts[0]));
+  }
+  std::int64_t restored = kAnswerHeader + (sectionCount > 1 ? 4 + 8 * sectionCount : 0);
+  for (int k = 0; k < sectionCount; ++k)
+    restored = mulAdd(counts[k], r.sections[k]->size, restored);
+  if (int s = checkRestoredLength(restored, limit, countAt[0], err)) return s;
+
+  for (int k = 0; k < sectionCount; ++k) {
+    char what[32];
+    std::snprintf(what, sizeof what, "section %d", k);
+    int s;
+    if (codec == 0) {
+      s = walkRecords(in, pos, counts[k], 4, what, err);
+    } else if (r.sections[k]->dictionary) {
+      s = walkDictionary(in, pos, counts[k], k, err);
+    } else {
+      if (sectionCount == 1) {
+        if (!in.has(pos, 2))
+          return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit record count is cut off");
+        if (in.u16(pos) != counts[0])
+          return fail(err, TRDCOMP_E_BODY, pos,
+                      "the body counts %u records, the header %lld (offset 88)", in.u16(pos),
+                      ll(counts[0]));
+        pos += 2;
+      }
+      s = walkRecords(in, pos, counts[k], 2, what, err);
+    }
+    if (s) return s;
+  }
+  return TRDCOMP_OK;
+}
+
+// The output buffer of a pack, of the library's bound for the message.
+int allocateOutput(std::int64_t bound, trdcomp_error* err, u8*& out) {
+  if (bound > INT32_MAX)
+    return fail(err, TRDCOMP_E_TOO_LARGE, -1,
+                "the packed message could need %lld bytes, more than a message may hold",
+                ll(bound));
+  out = static_cast<u8*>(std::calloc(static_cast<std::size_t>(bound), 1));
+  if (!out) return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory for %lld bytes", ll(bound));
+  return TRDCOMP_OK;
+}
+
+int finish(u8* buffer, std::int64_t length, void** out, std::size_t* outLen) {
+  void* shrunk = std::realloc(buffer, static_cast<std::size_t>(length ? length : 1));
+  *out = shrunk ? shrunk : buffer;
+  *outLen = static_cast<std::size_t>(length);
+  return TRDCOMP_OK;
+}
+
+int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, void** out,
+                std::size_t* outLen, trdcomp_error* err) {
+  tagREQ_HEAD head;
+  std::memcpy(&head, in.p, sizeof head);
+  head.flags = static_cast<char>((in.p[8] & 0x0F) | (nibble << 4));
+  const int codec = nibble ? 1 : 0;
+  const Records r = recordsOf(e, TRDCOMP_REQUEST, codec);
+  const std::int64_t body = in.n - kRequestHeader;
+  std::int64_t count = 0;
+  if (r.form == TRDCOMP_FORM_RECORDS) {
+    count = head.recCount;
+    if (count < 0)
+      return fail(err, TRDCOMP_E_HEADER, 68, "record count %lld is negative", ll(count));
+    if (head.recSize < 0)
+      return fail(err, TRDCOMP_E_HEADER, 72, "record size %d is negative", head.recSize);
+    if (int s = checkRawRecords(in, kRequestHeader, count, head.recSize, "records", err)) return s;
+    if (codec == 1 && count > kMost2011Count)
+      return fail(err, TRDCOMP_E_HEADER, 68,
+                  "record count %lld does not fit the 16 bits the 2011 codec sends", ll(count));
+  }
+  const std::int64_t bound = CTrdCompData::PackReqBound(&head, static_cast<int>(body));
+  u8* buffer = nullptr;
+  if (int s = allocateOutput(bound, err, buffer)) return s;
+  int length = 0, reason = 0;
+  if (!CTrdCompData::PackReq2008Ex(
+          reinterpret_cast<char*>(buffer), static_cast<int>(bound), length, &head,
+          const_cast<char*>(reinterpret_cast<const char*>(in.p + kRequestHeader)),
+          static_cast<int>(body), static_cast<char>(flag), &reason)) {
+    std::free(buffer);
+    return fail(err, TRDCOMP_E_REFUSED, -1, "packing refused request %u: %s", e.number,
+                CTrdCompData::ErrorName(reason));
+  }
+  return finish(buffer, length, out, outLen);
+}
+
+int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, void** out,
+               std::size_t* outLen, trdcomp_error* err) {
+  if (in.i32(0) != kAnswerHeader)
+    return fail(err, TRDCOMP_E_HEADER, 0, "header length %d: a plain answer's header is 96 bytes",
+                in.i32(0));
+  const u8 flags = in.p[8];
+  const bool noBody = e.answerForm == frame::AnswerForm::NoBody;
+  Sections sections;
+  if (noBody) {
+    // Only the header (and a 2008 section table) is sent; a table that is not there, as in a
+    // 2011 message with flags bit 1, stands for two empty sections.
+    if (readSections(in, kAnswerHeader, flags & 2, true, nullptr, sections) != TRDCOMP_OK) {
+      sections = Sections{};
+      sections.count = 2;
+      sections.s[0].count = in.i32(88);
+      sections.s[0].size = in.i32(92);
+    }
+  } else if (int s = readSections(in, kAnswerHeader, flags & 2, true, err, sections)) {
+    return s;
+  }
+  const int codec = nibble ? 1 : 0;
+  const records::AnswerLayout* layout =
+      e.answerForm == frame::AnswerForm::Routine ? e.answerPack[codec] : nullptr;
+  if (layout && sections.count > layout->sectionCount)
+    return fail(err, TRDCOMP_E_HEADER, kAnswerHeader,
+                "%d sections, but answer %u has %d in the %s codec", sections.count, e.number,
+                layout->sectionCount, codec ? "2011" : "2008");
+
+  tagANS_Proc proc{};
+  proc.funcNo = e.number;
+  std::memcpy(proc.shortText, in.p + 20, 4);
+  std::memcpy(proc.text, in.p + 24, 64);
+  proc.sectionCount = sections.count;
+  char* data[5] = {};
+  std::int64_t at = kAnswerHeader + sections.table;
+  for (int k = 0; k < sections.count; ++k) {
+    const Section& s = sections.s[k];
+    proc.recCount[k] = s.count;
+    proc.recSize[k] = s.size;
+    if (noBody) continue;
+    if (int status = checkRawRecords(in, at, s.count, s.size, "section", err)) return status;
+    if (layout && codec == 1 && s.count > kMost2011Count)
+      return fail(err, TRDCOMP_E_HEADER, s.countAt,
+                  "record count %d of section %d does not fit the 16 bits the 2011 codec sends",
+                  s.count, k);
+    data[k] = const_cast<char*>(reinterpret_cast<const char*>(in.p + at));
+    at = mulAdd(s.count, s.size, at);
+  }
+  if (sections.count == 0) {
+    // No section: the header's count and size are still written from section 0's slot.
+    proc.recCount[0] = in.i32(88);
+    proc.recSize[0] = in.i32(92);
+  }
+  const std::int64_t bound = CTrdCompData::PackAnsBound(&proc, nibble << 4);
+  u8* buffer = nullptr;
+  if (int s = allocateOutput(bound, err, buffer)) return s;
+  // The entry point ORs its flags into byte 8 and leaves bytes 9 to 19 as the buffer holds them:
+  // start from the message's own (less the bits the codec sets).
+  buffer[8] = flags & 0x0C;
+  std::memcpy(buffer + 9, in.p + 9, 11);
+  int length = 0, reason = 0;
+  if (!CTrdCompData::PackAns2008Ex(reinterpret_cast<char*>(buffer), static_cast<int>(bound), length,
+                                   &proc, data[0], data[1], data[2], data[3], data[4],
+                                   static_cast<char>(flag), nibble << 4, &reason)) {
+    std::free(buffer);
+    return fail(err, TRDCOMP_E_REFUSED, -1, "packing refused answer %u: %s", e.number,
+                CTrdCompData::ErrorName(reason));
+  }
+  return finish(buffer, length, out, outLen);
+}
+
+}  // namespace
+}  // namespace trdcomp::capi
+
+using namespace trdcomp::capi;
+
+extern "C" {
+
+int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int flag, void** out,
+                 size_t* out_len, trdcomp_error* err) {
+  if (!raw || !out || !out_len) return fail(err, TRDCOMP_E_ARGUMENT, -1, "null argument");
+  *out = nullptr;
+  *out_len = 0;
+  if (raw_len > static_cast<size_t>(INT32_MAX))
+    return fail(err, TRDCOMP_E_TOO_LARGE, -1, "a message is at most 2 GiB");
+  const Input in{static_cast<const trdcomp::u8*>(raw), static_cast<std::int64_t>(raw_len)};
+  int dir;
+  const trdcomp::frame::Entry* e = nullptr;
+  if (int s = directionOf(in, direction, err, dir)) return s;
+  if (int s = checkHeader(in, dir, err, e)) return s;
+  if (in.p[8] & 1)
+    return fail(err, TRDCOMP_E_HEADER, 8, "flags bit 0 (packed) is set: the %s is packed already",
+                kDirection[dir]);
+  int nibble = in.p[8] >> 4;
+  if (codec == TRDCOMP_CODEC_2008)
+    nibble = 0;
+  else if (codec == TRDCOMP_CODEC_2011)
+    nibble = nibble ? nibble : 1;
+  else if (codec != TRDCOMP_CODEC_HEADER)
+    return fail(err, TRDCOMP_E_ARGUMENT, -1, "unknown codec %d", codec);
+  return dir == TRDCOMP_REQUEST ? packRequest(in, *e, nibble, flag, out, out_len, err)
+                                : packAnswer(in, *e, nibble, flag, out, out_len, err);
+}
+
+int trdcomp_restore(const void* packed, size_t length, int direction, int flag, size_t max_len,
+                    void** out, size_t* out_len, trdcomp_error* err) {
+  if (!packed || !out || !out_len) return fail(err, TRDCOMP_E_ARGUMENT, -1, "null argument");
+  *out = nullptr;
+  *out_len = 0;
+  if (length > static_cast<size_t>(INT32_MAX))
+    return fail(err, TRDCOMP_E_TOO_LARGE, -1, "a message is at most 2 GiB");
+  const Input in{static_cast<const trdcomp::u8*>(packed), static_cast<std::int64_t>(length)};
+  int dir;
+  const trdcomp::frame::Entry* e = nullptr;
+  if (int s = directionOf(in, direction, err, dir)) return s;
+  if (int s = checkHeader(in, dir, err, e)) return s;
+  const std::int64_t header = dir == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
+  if (in.i32(0) > in.n)
+    return fail(err, TRDCOMP_E_HEADER, 0,
+                "header length %d is beyond the %lld bytes of the message", in.i32(0), ll(in.n));
+  if (in.i32(0) < header)
+    return fail(err, TRDCOMP_E_HEADER, 0, "header length %d is shorter than the %lld-byte header",
+                in.i32(0), ll(header));
+  const std::int64_t limit =
+      max_len ? static_cast<std::int64_t>(std::min<size_t>(max_len, size_t(INT32_MAX)))
+              : kDefaultLimit;
+  if (int s = dir == TRDCOMP_REQUEST ? checkPackedRequest(in, *e, limit, err)
+                                     : checkPackedAnswer(in, *e, limit, err))
+    return s;
+
+  char* restored = nullptr;
+  int restoredLen = 0, reason = 0;
+  char* bytes = const_cast<char*>(static_cast<const char*>(packed));
+  const int ceiling = static_cast<int>(limit);
+  const int ok =
+      dir == TRDCOMP_REQUEST
+          ? CTrdCompData::RestoreReq2008Ex(bytes, static_cast<int>(length), &restored, restoredLen,
+                                           static_cast<char>(flag), ceiling, &reason)
+          : CTrdCompData::RestoreAns2008Ex(bytes, static_cast<int>(length), &restored, restoredLen,
+                                           static_cast<char>(flag), ceiling, &reason);
+  if (!ok)
+    return fail(err,
+                reason == TRDCOMP_ERROR_ALLOCATION ? TRDCOMP_E_MEMORY
+                : reason == TRDCOMP_ERROR_LIMIT    ? TRDCOMP_E_TOO_LARGE
+                                                   : TRDCOMP_E_REFUSED,
+                -1, "the %s codec refused %s %u: %s", (in.p[8] >> 4) ? "2011" : "2008",
+                kDirection[dir], e->number, CTrdCompData::ErrorName(reason));
+  // A message without body restores to nothing: its header (and table) stand for it.
+  const char* from = restored ? restored : static_cast<const char*>(packed);
+  const std::int64_t n = restored ? restoredLen : in.n;
+  if (!restored && recordsOf(*e, dir, 0).form != TRDCOMP_FORM_NO_BODY)
+    return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory");
+  auto* copy = static_cast<trdcomp::u8*>(std::malloc(static_cast<size_t>(n ? n : 1)));
+  if (copy) std::memcpy(copy, from, static_cast<size_t>(n));
+  CTrdCompData::ReleaseAnsData(restored);
+  if (!copy) return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory for %lld bytes", ll(n));
+  copy[8] &= static_cast<trdcomp::u8>(~1u);  // the body now holds plain records
+  *out = copy;
+  *out_len = static_cast<size_t>(n);
+  return TRDCOMP_OK;
+}
+
+void trdcomp_release(void* data) {
+  std::free(data);
+}
+
+}  // extern "C"

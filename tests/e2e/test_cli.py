@@ -1,0 +1,229 @@
+"""The installed trdcomp binary on files and pipes: good input, every class of bad input, JSON
+round trips over every function number in both directions and codecs."""
+
+import json
+import re
+import struct
+import subprocess
+
+import pytest
+
+HEADER_ONLY_REQUESTS = {1000, 1001}
+NO_BODY = {1017}
+
+
+def ok(process):
+    assert process.returncode == 0, process.stderr.decode()
+    return process.stdout
+
+
+@pytest.mark.parametrize("direction", ["request", "answer"])
+@pytest.mark.parametrize("codec", ["2008", "2011"])
+def test_every_number_round_trips_through_json(run, samples, tmp_path, direction, codec):
+    files = sorted(samples.glob(f"*-{direction}-{codec}.bin"))
+    assert len(files) == 115
+    failures = []
+    for raw in files:
+        number = int(raw.name.split("-")[0])
+        packed, again = tmp_path / "packed.bin", tmp_path / "again.bin"
+        ok(run("pack", raw, "-o", packed))
+        restored = json.loads(ok(run("restore", "--json", packed)))
+        ok(run("pack", "-", "-o", again, stdin=json.dumps(restored).encode()))
+        # JSON -> packed -> JSON is the identity, and so are the packed bytes.
+        if json.loads(ok(run("restore", "--json", again))) != restored:
+            failures.append((number, "json"))
+        elif again.read_bytes() != packed.read_bytes():
+            failures.append((number, "packed bytes"))
+        # The sample's records come back as they were sent.
+        sent = json.loads(ok(run("inspect", "--json", raw)))
+        del sent["wire"]
+        if direction == "request" and number in HEADER_ONLY_REQUESTS:
+            assert restored["records"] == [] and restored["header"]["count"] == 0
+        elif number in NO_BODY:
+            assert "records" not in restored and "sections" not in restored
+        elif restored != sent:
+            failures.append((number, "records"))
+    assert failures == []
+
+
+def test_subcommands_compose_in_a_pipe(trdcomp_bin, samples):
+    raw = samples / "1023-answer-2011.bin"
+    t = trdcomp_bin
+    pipeline = (f"{t} pack {raw} | {t} restore - | {t} pack - | {t} restore --json - "
+                f"| {t} pack - | {t} restore -")
+    out = subprocess.run(pipeline, shell=True, capture_output=True, check=True).stdout
+    once = subprocess.run(f"{t} pack {raw} | {t} restore -", shell=True, capture_output=True,
+                          check=True).stdout
+    assert out == once and len(out) > 96
+
+
+def test_a_hand_written_message_packs_for_a_peer(run):
+    message = {"direction": "request", "function": 1002,
+               "header": {"caller": "0102"},
+               "records": [{"0": "A", "3": "ACC1", "35": "caf\u00e9"}, {"0": "B", "59": "x"}]}
+    packed = ok(run("pack", "--codec", "2011", "-", stdin=json.dumps(message).encode()))
+    number, flags = struct.unpack_from("<IB", packed, 4)
+    assert (struct.unpack_from("<i", packed, 0)[0], number, flags) == (76, 1002, 0x11)
+    assert packed[9:11] == b"\x01\x02"
+    back = json.loads(ok(run("restore", "--json", "-", stdin=packed)))
+    assert back["records"][0]["3"] == "ACC1" and back["records"][0]["35"] == "caf\u00e9"
+    assert back["records"][1]["0"] == "B" and back["header"]["count"] == 2
+    shown = ok(run("inspect", "-", stdin=packed)).decode()
+    assert re.search(r'\n +3 +text\[32\] +"ACC1"\n', shown)
+    assert re.search(r'\n +35 +text\[24\] +"caf\\xe9"\n', shown)
+    assert "codec nibble 1 (2011 Fast)" in shown
+
+
+def test_hex_text_reads_like_the_bytes(run, samples):
+    packed = ok(run("pack", samples / "1002-answer-2008.bin"))
+    binary = ok(run("inspect", "-", stdin=packed))
+    for dump in (["xxd"], ["xxd", "-p"], ["hexdump", "-Cv"], ["od", "-An", "-tx1", "-v"]):
+        text = subprocess.run(dump, input=packed, capture_output=True, check=True).stdout
+        assert ok(run("inspect", "--hex", "-", stdin=text)) == binary, dump
+
+
+def test_names_file_names_fields(run, tmp_path):
+    names = tmp_path / "names.json"
+    names.write_text(json.dumps({"1002": {"request": {"0": {"0": "side", "3": "account"}}}}))
+    message = {"direction": "request", "function": 1002,
+               "records": [{"side": "B", "account": "ACC9"}]}
+    packed = ok(run("pack", "--names", names, "-", stdin=json.dumps(message).encode()))
+    named = json.loads(ok(run("restore", "--json", "--names", names, "-", stdin=packed)))
+    assert named["records"][0]["account"] == "ACC9" and named["records"][0]["side"] == "B"
+    assert "3" not in named["records"][0]
+    assert re.search(r"account +\"ACC9\"", ok(run("inspect", "--names", names, "-",
+                                                   stdin=packed)).decode())
+
+
+def test_stats_count_a_capture(run, capture):
+    table = json.loads(ok(run("stats", "--json", capture)))
+    data = capture.read_bytes()
+    assert table["total"]["messages"] == 460 == sum(r["messages"] for r in table["rows"])
+    # The capture holds packed messages behind 4-byte lengths.
+    assert table["total"]["packedBytes"] == len(data) - 4 * 460
+    assert table["total"]["rawBytes"] > table["total"]["packedBytes"]
+    row = next(r for r in table["rows"] if (r["function"], r["direction"], r["codec"]) ==
+               (1002, "answer", 2011))
+    assert row["messages"] == 1 and 0 < row["ratio"] < 1
+    text = ok(run("stats", capture, capture)).decode()
+    assert re.search(r"\n +total +920 +%d +%d" % (2 * table["total"]["rawBytes"],
+                                                    2 * table["total"]["packedBytes"]), text)
+
+
+def lossy(records, direction="answer", function=1010, flags=0):
+    body = {"sections": [{"records": records}]} if direction == "answer" else {"records": records}
+    return json.dumps({"direction": direction, "function": function, "header": {"flags": flags},
+                       **body}).encode()
+
+
+@pytest.mark.parametrize("message, args, reason", [
+    (lossy([{"40": 1 << 29}]), [], "29 bits"),
+    (lossy([{"40": -5}]), ["--flag", "2"], "codec flag 2 leaves int32 fields out"),
+    (lossy([{"44": 1.23456}]), [], "more decimals than the four"),
+    (lossy([{"44": 1.2345}]), ["--codec", "2011"], "more decimals than the three"),
+    (lossy([{"44": -1.2345}]), [], "negative price loses a unit"),
+    (lossy([{"55": "ab\u0000cd"}]), [], "after the text's terminator"),
+    (lossy([{"0": "x" * 28}], function=1006), [], "short string keeps at most 27"),
+    (lossy([{"28": "123456789012"}]), ["--codec", "2011"], "2011 codec keeps 11 bytes"),
+    (lossy([{"145": 1, "149": [{"0": "A"}, {"0": "B"}]}], "request", 1260), [],
+     "entries past the count"),
+    (lossy([{"206": -(1 << 62)}], "request", 1050, 0x10), [], "loses bit 63"),
+    (lossy([{"8": "ABCD"}], function=1041, flags=0x10), [], "exchange code"),
+    (lambda: lossy([{}] * 70000, "request", 1005), ["--codec", "2011"], "16 bits"),
+    (lossy([{"0": "x"}]), ["--codec", "2011"], None),
+], ids=["int32 29 bits", "flag 2", "four decimals", "three decimals", "negative unit",
+        "after terminator", "short string", "full text 2011", "group count", "int64 bit 63",
+        "exchange code", "2011 count", "clean"])
+def test_check_names_what_will_not_survive(run, message, args, reason):
+    process = run("check", *args, "-", stdin=message() if callable(message) else message)
+    out = process.stdout.decode()
+    if reason is None:
+        assert process.returncode == 0 and "every field survives" in out
+    else:
+        assert process.returncode == 3, out + process.stderr.decode()
+        assert reason in out
+
+
+def test_check_passes_realistic_samples(run, samples):
+    for name in ("1002-request-2008.bin", "1023-answer-2011.bin", "1260-request-2011.bin"):
+        process = run("check", samples / name)
+        assert process.returncode == 0, process.stdout.decode()
+
+
+def corrupt(data, at, fmt, value):
+    b = bytearray(data)
+    struct.pack_into(fmt, b, at, value)
+    return bytes(b)
+
+
+@pytest.mark.parametrize("make, args, words, offset", [
+    (lambda p: corrupt(p, 4, "<I", 4321), [], "unknown function number 4321", 4),
+    (lambda p: p[:50], [], "truncated message", 50),
+    (lambda p: p[:-5], [], "truncated message", None),
+    (lambda p: corrupt(p, 0, "<i", 500), ["--request"], "header length 500 is beyond", 0),
+    (lambda p: corrupt(p, 0, "<i", 500), [], "neither 76", 0),
+    (lambda p: corrupt(p, 68, "<i", -3), [], "negative", 68),
+    (lambda p: b"", [], "empty input", None),
+    (lambda p: b'{"direction": "request", "function": 1002, "records": [', [], "malformed JSON",
+     None),
+    (lambda p: b'{"direction": "request", "function": 1010, "records": [{"182": 3000000000}]}',
+     [], "out of range", None),
+    (lambda p: b'{"direction": "request", "function": 1002, "records": [{"4": "A"}]}', [],
+     "no such field", None),
+    (lambda p: b"4c 00 zz", ["--hex"], "hex input", None),
+])
+def test_bad_input_gets_one_clear_line(run, samples, make, args, words, offset):
+    packed = ok(run("pack", samples / "1002-request-2008.bin"))
+    data = make(packed)
+    for command in (["inspect"], ["pack"]) if data.startswith(b"{") else (["inspect"], ["restore"]):
+        process = run(*command, *args, "-", stdin=data)
+        err = process.stderr.decode()
+        assert process.returncode == 1, (command, err)
+        assert err.count("\n") == 1 and err.startswith("trdcomp: error: ") and words in err, err
+        if offset is not None:
+            assert f"(byte offset {offset})" in err
+
+
+def test_packed_input_is_not_packed_again(run, samples):
+    packed = ok(run("pack", samples / "1002-request-2008.bin"))
+    process = run("pack", "-", stdin=packed)
+    assert process.returncode == 1 and b"(byte offset 8)" in process.stderr
+
+
+def test_a_truncated_capture_names_the_message(run, capture, tmp_path):
+    cut = tmp_path / "cut.bin"
+    cut.write_bytes(capture.read_bytes()[:5000])
+    process = run("stats", cut)
+    assert process.returncode == 1
+    assert re.match(rb"trdcomp: error: .*cut\.bin: message \d+ at offset \d+: the length prefix",
+                    process.stderr)
+
+
+@pytest.mark.parametrize("command", ["inspect", "pack", "restore", "check", "stats"])
+def test_help_shows_an_example(run, command):
+    out = ok(run(command, "--help")).decode()
+    assert "Example" in out and f"trdcomp {command}" in out
+
+
+def test_usage_errors_exit_2(run):
+    assert run().returncode == 2
+    assert run("inspect", "--codec", "1999").returncode == 2
+    assert run("pack", "--codec", "1999", "-").returncode == 2
+
+
+def test_damaged_messages_never_crash_the_tool(run, samples):
+    import random
+    rng = random.Random(5)
+    seeds = [(samples / f"{n}-{d}-{c}.bin").read_bytes()
+             for n in (1002, 1023, 1260, 8996) for d in ("request", "answer") for c in ("2008", "2011")]
+    seeds += [ok(run("pack", "-", stdin=s)) for s in seeds]
+    for _ in range(150):
+        b = bytearray(rng.choice(seeds))
+        for _ in range(rng.randrange(1, 5)):
+            b[rng.randrange(len(b))] = rng.randrange(256)
+        if rng.random() < 0.3:
+            del b[rng.randrange(len(b)):]
+        process = run("inspect", "--max-size", 1 << 22, "-", stdin=bytes(b))
+        assert process.returncode in (0, 1), process.stderr
+        if process.returncode == 1:
+            assert process.stderr.count(b"\n") == 1
