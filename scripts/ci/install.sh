@@ -34,7 +34,8 @@ install_tree() {
   quiet cmake --install "$build/$name-build" || fail "installing $name"
 }
 
-# Exactly these files, and the public headers of include/, nothing from src/.
+# Exactly these files (the library, its package files and the trdcomp command), and the public
+# headers of include/, nothing from src/.
 check_tree() {
   local prefix=$1
   shift
@@ -83,7 +84,7 @@ check_tree "$both" lib/libtrdcomp.so "lib/libtrdcomp.so.${version%%.*}" "lib/lib
   lib/libtrdcomp.a lib/cmake/trdcomp/trdcompConfig.cmake \
   lib/cmake/trdcomp/trdcompConfigVersion.cmake lib/cmake/trdcomp/trdcompTargets.cmake \
   lib/cmake/trdcomp/trdcompTargets-release.cmake lib/pkgconfig/trdcomp.pc \
-  lib/pkgconfig/trdcomp-static.pc
+  lib/pkgconfig/trdcomp-static.pc bin/trdcomp
 readelf -d "$both/lib/libtrdcomp.so" | grep -q "SONAME.*\[libtrdcomp\.so\.${version%%.*}\]" ||
   fail "SONAME of libtrdcomp.so"
 
@@ -108,7 +109,7 @@ only=$build/prefix-static
 install_tree prefix-static -DBUILD_SHARED_LIBS=OFF
 check_tree "$only" lib/libtrdcomp.a lib/cmake/trdcomp/trdcompConfig.cmake \
   lib/cmake/trdcomp/trdcompConfigVersion.cmake lib/cmake/trdcomp/trdcompTargets.cmake \
-  lib/cmake/trdcomp/trdcompTargets-release.cmake lib/pkgconfig/trdcomp.pc
+  lib/cmake/trdcomp/trdcompTargets-release.cmake lib/pkgconfig/trdcomp.pc bin/trdcomp
 cmake_consumer static-only -DCMAKE_PREFIX_PATH="$only"
 ! needs_shared "$build/consumer-static-only/consumer" || fail "the static-only consumer loads libtrdcomp.so"
 pkgconfig_consumer "$only" trdcomp --static
