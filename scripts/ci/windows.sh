@@ -36,7 +36,7 @@ fi
 
 # The Linux digest of the same samples.
 quiet cmake -S . -B "$build/linux" -DCMAKE_BUILD_TYPE=Release -DTRDCOMP_BENCHMARKS=OFF \
-  -DTRDCOMP_EXAMPLES=OFF || fail "configuring the Linux build"
+  -DTRDCOMP_EXAMPLES=OFF -DTRDCOMP_TOOLS=OFF || fail "configuring the Linux build"
 quiet cmake --build "$build/linux" -j"$jobs" --target trdcomp_dll_digest ||
   fail "building the Linux digest"
 linux=$("$build/linux/tests/windows/trdcomp_dll_digest") || fail "the Linux digest program"
@@ -69,7 +69,7 @@ else
 fi
 
 quiet cmake -S . -B "$build/mingw" --toolchain "$toolchain" -DCMAKE_BUILD_TYPE=Release \
-  -DTRDCOMP_WERROR=ON -DTRDCOMP_BENCHMARKS=OFF -DCMAKE_CXX_FLAGS=-funsigned-char \
+  -DTRDCOMP_WERROR=ON -DTRDCOMP_BENCHMARKS=OFF -DTRDCOMP_TOOLS=OFF -DCMAKE_CXX_FLAGS=-funsigned-char \
   -DCMAKE_PREFIX_PATH="$build/gtest" -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST \
   -DCMAKE_CROSSCOMPILING_EMULATOR="${wine:-}" -DTRDCOMP_EXPECTED_DIGEST="$digest" ||
   fail "configuring the mingw build"
