@@ -16,15 +16,16 @@ constexpr int kSectionTableSlack = 1024;  // behind a restored multi-section ans
 // Decodes a packed record into its zeroed slot and keeps the slots zero behind it: a decode cap
 // may run past the record, into the next one, which is zeroed again before it is decoded.
 struct RecordWriter {
-  u8* end;                 // end of the allocation
+  RecordArea& area;
   std::int64_t dirty = 0;  // bytes written past the previous record
 
   void decode(const records::Layout& layout, const InView& in, std::int64_t pos, u8* record,
               char flag) {
+    area.prepare(record, layout.reach);
     if (dirty > 0) std::memset(record, 0, static_cast<std::size_t>(dirty));
     const std::int64_t packed = static_cast<std::int32_t>(in.u32(pos));
     const std::int64_t reach =
-        records::decode2008(layout, in.from(pos + 4), packed, record, end - record, flag);
+        records::decode2008(layout, in.from(pos + 4), packed, record, area.end() - record, flag);
     dirty = reach - layout.size;
   }
 };
@@ -76,9 +77,10 @@ struct Codec2008 {
   }
 
   static Status restoreRequestRecords(const records::Layout& layout, const InView& in,
-                                      std::int64_t pos, u8* first, std::int64_t count, u8* end,
-                                      const Params& params, const RestoreOptions& options) {
-    RecordWriter writer{end};
+                                      std::int64_t pos, u8* first, std::int64_t count,
+                                      RecordArea& area, const Params& params,
+                                      const RestoreOptions& options) {
+    RecordWriter writer{area};
     restorePacked(layout, in, pos, first, count, writer, params.flag, options);
     return TRDCOMP_OK;
   }
@@ -124,10 +126,12 @@ struct Codec2008 {
 
   // Records are read only while the position lies inside the message; the rest stay zero and
   // are never visited. Raw records of no size (or a negative one) carry nothing.
+  static std::int64_t leastRecordBytes(const InView& in) { return (in.at(8) & 1) ? 4 : 1; }
+
   static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
-                                const InView& in, u8* record, u8* end, const Params& params,
-                                const RestoreOptions& options) {
-    RecordWriter writer{end};
+                                const InView& in, u8* record, RecordArea& area,
+                                const Params& params, const RestoreOptions& options) {
+    RecordWriter writer{area};
     std::int64_t pos = plan.pos;
     const bool packed = in.at(8) & 1;
     for (int s = 0; s < plan.sections; ++s) {
@@ -141,6 +145,7 @@ struct Codec2008 {
         const std::int64_t rawCopy = std::min<std::int64_t>(senderSize, l.size);
         for (std::int32_t i = 0; i < count && in.has(pos); ++i) {
           options.step();
+          area.prepare(record + i * std::int64_t(l.size), l.size);
           in.copyAvailable(record + i * std::int64_t(l.size), pos, rawCopy);
           pos += senderSize;
         }

@@ -118,12 +118,14 @@ bool packDictionary(const Layout& layout, const InView& records, std::int32_t co
 // Decodes `count` blocks into records of the layout's size from `first` on, each chained to the
 // one before; reading stops where the message ends (the records after stay zero, unvisited).
 void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                   std::int64_t count, const u8* end, const RestoreOptions& options) {
+                   std::int64_t count, RecordArea& area, const RestoreOptions& options) {
+  const u8* end = area.end();
   const std::int64_t size = layout.size;
   InView previous;
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
     u8* record = first + i * size;
+    area.prepare(record, size);
     const std::uint16_t length = in.u16(pos);
     records::decode2011(layout, Part::Whole, in.from(pos + 2), length, record, end - record,
                         Previous{i ? &previous : nullptr});
@@ -137,7 +139,8 @@ void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8
 // whose blocks the input can hold (two bytes each at least); an index past them but below D
 // names an entry that restored as zeros, as it would have in a full table.
 Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                        std::int64_t count, const u8* end, const RestoreOptions& options) {
+                        std::int64_t count, RecordArea& area, const RestoreOptions& options) {
+  const u8* end = area.end();
   const std::int64_t size = layout.size;
   const std::uint16_t entries = in.u16(pos);
   pos += 2;
@@ -161,6 +164,7 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
     u8* record = first + i * size;
+    area.prepare(record, size);
     const std::uint16_t length = in.u16(pos);
     const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
                                                     record, end - record, before);
@@ -199,11 +203,11 @@ struct Codec2011 {
   }
 
   static Status restoreRequestRecords(const Layout& layout, const InView& in, std::int64_t pos,
-                                      u8* first, std::int64_t count, u8* end, const Params&,
-                                      const RestoreOptions& options) {
+                                      u8* first, std::int64_t count, RecordArea& area,
+                                      const Params&, const RestoreOptions& options) {
     if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;  // the buffer stays in *out
     pos += 2;
-    decodeRecords(layout, in, pos, first, count, end, options);
+    decodeRecords(layout, in, pos, first, count, area, options);
     return TRDCOMP_OK;
   }
 
@@ -257,21 +261,23 @@ struct Codec2011 {
     return plan;
   }
 
+  static std::int64_t leastRecordBytes(const InView&) { return 2; }
+
   static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
-                                const InView& in, u8* record, u8* end, const Params& params,
-                                const RestoreOptions& options) {
+                                const InView& in, u8* record, RecordArea& area,
+                                const Params& params, const RestoreOptions& options) {
     if (!sendsRecords(params)) return TRDCOMP_OK;
     std::int64_t pos = plan.pos;
     for (int s = 0; s < plan.sections; ++s) {
       const Layout& l = *layout.sections[s];
       const std::int64_t count = plan.counts[s];
       if (l.dictionary) {
-        if (Status st = decodeDictionary(l, in, pos, record, count, end, options)) return st;
+        if (Status st = decodeDictionary(l, in, pos, record, count, area, options)) return st;
       } else if (!plan.multi && in.u16(pos) != count) {
         return TRDCOMP_ERROR_COUNT_MISMATCH;
       } else {
         pos += plan.multi ? 0 : 2;
-        decodeRecords(l, in, pos, record, count, end, options);
+        decodeRecords(l, in, pos, record, count, area, options);
       }
       record += count * l.size;
     }

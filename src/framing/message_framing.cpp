@@ -12,9 +12,10 @@ void writeSectionTable(u8* at, std::int64_t size, int pairs, const std::int32_t*
   }
 }
 
-u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header) {
-  u8* o = allocateZeroed(length + slack);
-  if (o) in.copyAvailable(o, 0, header);
+u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header,
+                 bool fresh) {
+  u8* o = fresh ? allocateZeroed(length + slack) : allocateUninitialised(length + slack);
+  if (o) in.copyOut(o, 0, header);
   return o;
 }
 

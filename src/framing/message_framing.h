@@ -12,11 +12,12 @@
 //   requestPrefixBound                  its size
 //   packRecords(layout, records, count, stride, out, params)
 //   recordsBound(layout, count, stride) the most bytes packRecords appends
-//   restoreRequestRecords(layout, in, pos, first, count, end, params, options)
+//   restoreRequestRecords(layout, in, pos, first, count, area, params, options)
 //   beginAnswerBody(layout, proc, out), answerPrefixBound(layout), answerFlags(layout)
 //   packSection(layout, records, count, stride, out, params), sectionBound(...)
 //   planAnswer(layout, in)              the sections a message restores into
-//   restoreSections(layout, plan, in, first, end, params, options)
+//   leastRecordBytes(in)                the fewest input bytes an answer record takes
+//   restoreSections(layout, plan, in, first, area, params, options)
 //
 // A codec is then one file: its policy and `const CodecOps kCodecN = opsOf<Policy>(index)`.
 #pragma once
@@ -48,9 +49,20 @@ struct SectionPlan {
 void writeSectionTable(u8* at, std::int64_t size, int pairs, const std::int32_t* counts,
                        const std::int32_t* sizes);
 
-// A new zeroed buffer of `length` + `slack` bytes holding the first `header` bytes of the
-// message (bytes the message does not hold are zero); null when the allocation failed.
-u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header);
+// Claimed bytes that the input provably cannot fill, from which a restored buffer comes as fresh
+// zero pages: the pages of the records a message claims but does not hold are never touched.
+constexpr std::int64_t kFreshPages = 256 * 1024;
+
+// Whether `claimed` records of at least `size` bytes, of which the input holds at most `present`,
+// leave so much of the buffer untouched that it should come as fresh zero pages.
+constexpr bool freshPages(std::int64_t claimed, std::int64_t present, std::int64_t size) {
+  return claimed > present && sizeTimes(claimed - present, size) >= kFreshPages;
+}
+
+// A new buffer of `length` + `slack` bytes holding the first `header` bytes of the message
+// (bytes the message does not hold are zero), and the area behind them where the records go;
+// null when the allocation failed. `fresh`: from fresh zero pages.
+u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header, bool fresh);
 
 // The restored request header: its length and the layout's record size.
 void finishRequestHeader(u8* o, std::uint32_t recordSize);
@@ -108,20 +120,23 @@ struct MessageFraming {
     std::int64_t length;
     if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
       return s;
-    u8* o = startRestore(in, length, kRequestSlack, kRequestHeader);
+    // Packed requests hold their count (checked above); raw records of no size carry nothing.
+    const bool fresh = !packed && in.i32(72) <= 0 && freshPages(count, 0, size);
+    u8* o = startRestore(in, length, kRequestSlack, kRequestHeader, fresh);
     if (!o) return TRDCOMP_ERROR_ALLOCATION;
     // From here on the buffer is the caller's, also when a refusal follows.
     *out = reinterpret_cast<char*>(o);
     outLen = static_cast<int>(length);
-    if (!packed) {
-      copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size, options);
-    } else if (Codec::sendsRecords(params)) {
-      if (Status s = Codec::restoreRequestRecords(layout, in, pos, o + kRequestHeader, count,
-                                                  o + length + kRequestSlack, params, options))
-        return s;
-    }
-    finishRequestHeader(o, layout.size);
-    return TRDCOMP_OK;
+    RecordArea area(o + kRequestHeader, o + length + kRequestSlack, fresh);
+    Status s = TRDCOMP_OK;
+    if (!packed)
+      copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size, area, options);
+    else if (Codec::sendsRecords(params))
+      s = Codec::restoreRequestRecords(layout, in, pos, o + kRequestHeader, count, area, params,
+                                       options);
+    area.finish();
+    if (s == TRDCOMP_OK) finishRequestHeader(o, layout.size);
+    return s;
   }
 
   static Status packAnswer(const records::AnswerLayout& layout, OutBuffer& out,
@@ -167,17 +182,26 @@ struct MessageFraming {
         return st;
       }
     }
-    u8* o = startRestore(in, length, plan.slack, kAnswerHeader);
+    std::int64_t claimed = 0, smallest = INT64_MAX;
+    for (int s = 0; s < plan.sections; ++s) {
+      claimed += plan.counts[s];
+      smallest = std::min<std::int64_t>(smallest, layout.sections[s]->size);
+    }
+    const std::int64_t present =
+        std::max<std::int64_t>(0, in.size() - plan.pos) / Codec::leastRecordBytes(in);
+    const bool fresh = freshPages(claimed, present, smallest);
+    u8* o = startRestore(in, length, plan.slack, kAnswerHeader, fresh);
     *out = reinterpret_cast<char*>(o);
     outLen = o ? static_cast<int>(length) : 0;
     if (!o) return TRDCOMP_ERROR_ALLOCATION;
     writeRestoredTable(o, layout, plan);
+    u8* const first = o + kAnswerHeader + plan.tableBytes();
+    RecordArea area(first, o + length + plan.slack, fresh);
     // A refusal leaves the buffer in *out, for the caller to release.
-    if (Status st = Codec::restoreSections(layout, plan, in, o + kAnswerHeader + plan.tableBytes(),
-                                           o + length + plan.slack, params, options))
-      return st;
-    finishAnswerHeader(o, layout, plan);
-    return TRDCOMP_OK;
+    const Status st = Codec::restoreSections(layout, plan, in, first, area, params, options);
+    area.finish();
+    if (st == TRDCOMP_OK) finishAnswerHeader(o, layout, plan);
+    return st;
   }
 };
 

@@ -147,6 +147,9 @@ class InView {
 // allocator would have served (and cleared) a block of that size. A size beyond the 32-bit
 // lengths of the interface is refused, as is a failed allocation: both give null.
 u8* allocateZeroed(std::int64_t size);
+// The same from the C allocator without clearing: for buffers whose every byte the caller writes
+// (memory the allocator hands out again is warm in cache, where fresh pages cost a fault each).
+u8* allocateUninitialised(std::int64_t size);
 void release(void* p);
 
 // Sizes of claims that may be absurd: products and sums of non-negative 64-bit sizes that stick

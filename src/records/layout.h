@@ -70,6 +70,7 @@ struct Layout {
   std::uint16_t number = 0;  // the routine number that owns the layout
   std::uint8_t section = 0;  // answer section (0 for requests)
   std::uint32_t size = 0;    // record size
+  std::uint32_t reach = 0;   // bytes a decoding may write from the record's start (decode caps)
   const Field* fields = nullptr;
   std::uint16_t fieldCount = 0;
   bool rotated = false;          // encoding order is not ascending offset
@@ -442,12 +443,16 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
   l.text = row.fields;
   l.attributes = row.attributes;
   l.fastFields[2] = 1;  // the dictionary index
+  l.reach = row.size;
   for (const Field* f = fields; f != fields + n; ++f) {
     const bool grouped = f->kind == Kind::Group;
     const int times = grouped ? f->repeat : 1;
     for (const Field* g = grouped ? f + 1 : f; g != f + 1 + (grouped ? f->members : 0); ++g) {
       l.fastFields[0] += times;
       l.fastFields[g->dictionary ? 1 : 2] += times;
+      const std::uint32_t last =
+          grouped ? f->offset + (f->repeat - 1) * f->stride + g->offset : g->offset;
+      if (g->kind == Kind::Text && last + g->cap > l.reach) l.reach = last + g->cap;
     }
     if (grouped) f += f->members;
   }
