@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "primitives/bytes.h"
 
@@ -49,6 +50,14 @@ inline int writeInt(u8* out, std::int32_t value) {
 
 template <class In>
 std::int32_t readInt(const In& in, std::int64_t& pos) {
+  if constexpr (requires { In::kWordLoads; }) {
+    // One load, the bytes the length code names kept.
+    const std::uint32_t w = loadU32(in.ptr(pos));
+    const unsigned code = (w >> 5) & 3;
+    const std::uint32_t v = (w & 0x1F) | (((w >> 8) & ((std::uint32_t(1) << (8 * code)) - 1)) << 5);
+    pos += 1 + code;
+    return static_cast<std::int32_t>((w & 0x80) ? 0u - v : v);
+  }
   unsigned b0 = in.at(pos);
   unsigned code = b0 & 0x60;
   std::uint32_t v = b0 & 0x1F;
@@ -89,6 +98,14 @@ inline int writeInt64(u8* out, std::int64_t value) {
 
 template <class In>
 std::int64_t readInt64(const In& in, std::int64_t& pos) {
+  if constexpr (requires { In::kWordLoads; }) {
+    const std::uint64_t w = loadU64(in.ptr(pos));
+    const unsigned rest = static_cast<unsigned>((w >> 4) & 7);  // bytes after the first
+    const std::uint64_t mask = (std::uint64_t(1) << (8 * rest)) - 1;
+    const std::uint64_t v = (w & 0x0F) | (((w >> 8) & mask) << 4);
+    pos += 1 + rest;
+    return static_cast<std::int64_t>((w & 0x80) ? 0ull - v : v);
+  }
   unsigned b0 = in.at(pos);
   int n = static_cast<int>((b0 >> 4) & 7) + 1;
   std::uint64_t v = b0 & 0x0F;
@@ -101,12 +118,12 @@ std::int64_t readInt64(const In& in, std::int64_t& pos) {
 // input; returns the bytes copied.
 template <class In>
 std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
-  std::int64_t j = 0;
-  for (; j < k && in.has(pos + j); ++j) {
-    u8 b = in.at(pos + j);
-    if (b == 0) break;
-    dst[j] = b;
-  }
+  const std::int64_t n = in.readable(pos, k);
+  if (n <= 0) return 0;
+  const u8* from = in.ptr(pos);
+  const void* zero = std::memchr(from, 0, static_cast<std::size_t>(n));
+  const std::int64_t j = zero ? static_cast<const u8*>(zero) - from : n;
+  std::memcpy(dst, from, static_cast<std::size_t>(j));
   return j;
 }
 

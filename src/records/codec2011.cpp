@@ -294,7 +294,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
   bool any = false;
   for (std::int64_t i = 0; i < m; ++i) any = any || (in.at(i) & 0x7F);
   if (!any && prior && previous.record->size() >= size) {
-    std::memcpy(record, prior, static_cast<std::size_t>(size));
+    copyRecord(record, prior, size);
     return previous.index;
   }
   const InView written(record, size);
@@ -317,7 +317,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
                  if (present(j))
                    readField(f, in, pos, record, written, previous.record, at);
                  else if (prior)
-                   std::memcpy(record + at, prior + at, f.width);
+                   copyRecord(record + at, prior + at, f.width);
                  else
                    setDefault(f, record + at);
                  ++j;

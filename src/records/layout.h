@@ -71,6 +71,10 @@ struct Layout {
   std::uint8_t section = 0;  // answer section (0 for requests)
   std::uint32_t size = 0;    // record size
   std::uint32_t reach = 0;   // bytes a decoding may write from the record's start (decode caps)
+  // The most bytes a 2008 field reads from where it starts (its length or value, and a text's
+  // cap or a block's width): a record whose input holds this many bytes past its packed length
+  // is read without checking a byte.
+  std::uint32_t readSpan = 8;
   const Field* fields = nullptr;
   std::uint16_t fieldCount = 0;
   bool rotated = false;          // encoding order is not ascending offset
@@ -453,6 +457,8 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
       const std::uint32_t last =
           grouped ? f->offset + (f->repeat - 1) * f->stride + g->offset : g->offset;
       if (g->kind == Kind::Text && last + g->cap > l.reach) l.reach = last + g->cap;
+      const std::uint32_t widest = g->kind == Kind::Text ? g->cap : g->width;
+      if (4 + widest > l.readSpan) l.readSpan = 4 + widest;
     }
     if (grouped) f += f->members;
   }
