@@ -141,6 +141,10 @@ class InView {
   // Copies bytes [from, from + n) to dst[0, n); bytes outside the view arrive as zeros.
   void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n <= 0) return;
+    if (from >= 0 && n <= size_ - from) {
+      std::memcpy(dst, data_ + from, static_cast<std::size_t>(n));
+      return;
+    }
     std::memset(dst, 0, static_cast<std::size_t>(n));
     copyAvailable(dst, from, n);
   }

@@ -41,8 +41,16 @@ void forEachField(const Layout& layout, Part part, Visit&& visit) {
   }
 }
 
-// Texts compare as terminated strings; exchange codes on their first three characters.
+// Texts compare as terminated strings; exchange codes on their first three characters. A byte
+// outside a record's view reads as zero.
 bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit) {
+  if (limit == INT64_MAX) {
+    // The common case, both texts and their terminator inside their views: one memcmp over a's
+    // text and terminator.
+    const std::int64_t n = a.textLength(at) + 1;
+    if (a.readable(at, n) == n && b.readable(at, n) == n)
+      return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
+  }
   for (std::int64_t i = 0; i < limit; ++i) {
     u8 x = a.at(at + i), y = b.at(at + i);
     if (x != y) return true;
@@ -52,8 +60,22 @@ bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
 }
 
 bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t n) {
+  if (a.readable(at, n) == n && b.readable(at, n) == n)
+    return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
   for (std::int64_t i = 0; i < n; ++i)
     if (a.at(at + i) != b.at(at + i)) return true;
+  return false;
+}
+
+// Whether bytes [at, at + n) of the view hold anything but zeros.
+bool anyNonZero(const InView& a, std::int64_t at, std::int64_t n) {
+  const std::int64_t inside = a.readable(at, n);
+  const u8* p = a.ptr(at);
+  std::int64_t i = 0;
+  for (; i + 8 <= inside; i += 8)
+    if (loadU64(p + i)) return true;
+  for (; i < inside; ++i)
+    if (p[i]) return true;
   return false;
 }
 
@@ -74,7 +96,9 @@ bool differsFromDefault(const Field& f, const InView& r, std::int64_t at) {
     case Kind::Int32: return r.i32(at) != static_cast<std::int32_t>(f.defaultValue);
     case Kind::Int64: return r.i64(at) != f.defaultValue;
     case Kind::Double: return !(r.f64(at) == static_cast<double>(f.defaultValue));
-    default: return differs(f, r, InView(), at);  // the empty text, the zero block
+    case Kind::Text:
+    case Kind::ShortText: return r.at(at) != 0;  // the empty text
+    default: return anyNonZero(r, at, f.width);  // the zero block
   }
 }
 
