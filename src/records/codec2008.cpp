@@ -223,13 +223,26 @@ std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
   return most;
 }
 
+// Every field starts before `available` and reads at most readSpan bytes from there: when the
+// input holds them all, no byte of the record needs checking. The records near the end of the
+// input take the checked reads.
+bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t available) {
+  return available >= 0 && in.size() - available >= layout.readSpan;
+}
+
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag) {
-  // Every field starts before `available` and reads at most readSpan bytes from there: when the
-  // input holds them all, no byte of the record needs checking. The records near the end of
-  // the input take the checked reads.
-  if (available >= 0 && in.size() - available >= layout.readSpan)
+  if (insideForDecode2008(layout, in, available))
     return decodeFields(layout, InsideBytes{{in.data()}}, available, record, room, flag);
+  return decodeFields(layout, in, available, record, room, flag);
+}
+
+std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
+  return encodeFields(layout, record, out, flag);
+}
+
+std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
+                               u8* record, std::int64_t room, char flag) {
   return decodeFields(layout, in, available, record, room, flag);
 }
 
