@@ -90,6 +90,9 @@ struct RawBytes {
 // (checked once per record), so that no byte is checked and integers load a word at a time.
 struct InsideBytes : RawBytes {
   static constexpr bool kWordLoads = true;
+  // A text starts at most four bytes (its length) past its field's start, and its first 32
+  // bytes may be loaded at once: a layout's read span covers 36 bytes at least.
+  static constexpr int kTextLoad = 32;
 };
 
 // A read-only window on bytes that may come from the network. Every read is checked: a byte

@@ -176,23 +176,48 @@ std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, 
   return static_cast<std::uint32_t>(p - out);
 }
 
-template <class In>
-std::int64_t decodeFields(const Layout& layout, const In& in, std::int64_t available, u8* record,
-                          std::int64_t room, char flag) {
+// How decodeFields reads: every byte checked (the reference); unchecked for each field whose
+// read span lies inside the input (checked once per field); unchecked throughout (the record and
+// its read span lie inside, checked once per record).
+enum class Reads { Checked, PerField, Inside };
+
+// The most bytes one field reads from where it starts (see Layout::readSpan).
+constexpr std::int64_t fieldSpan(const Field& f) {
+  switch (f.kind) {
+    case Kind::Text: return 4 + std::max<std::int64_t>(f.cap, InsideBytes::kTextLoad);
+    case Kind::ShortText:
+    case Kind::Block:
+    case Kind::CountedBlock: return 4 + std::max<std::int64_t>(f.width, InsideBytes::kTextLoad);
+    default: return 8;
+  }
+}
+
+template <Reads kReads>
+void decodeOne(const Field& f, const InView& in, std::int64_t& pos, u8* record, std::int64_t room,
+               std::int64_t base, char flag, Spill& spill) {
+  if (kReads == Reads::Inside || (kReads == Reads::PerField && in.size() - pos >= fieldSpan(f)))
+    decodeField(f, InsideBytes{{in.data()}}, pos, record, room, base, flag, spill);
+  else
+    decodeField(f, in, pos, record, room, base, flag, spill);
+}
+
+template <Reads kReads>
+std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t available,
+                          u8* record, std::int64_t room, char flag) {
   std::int64_t pos = 0;
   Spill spill;
   spill.reach = layout.size;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
     if (pos >= available) return spill.reach;
     if (f->kind != Kind::Group) {
-      decodeField(*f, in, pos, record, room, 0, flag, spill);
+      decodeOne<kReads>(*f, in, pos, record, room, 0, flag, spill);
       continue;
     }
     const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
     for (std::int64_t e = 0; e < n; ++e) {
       for (std::uint16_t m = 1; m <= f->members; ++m) {
         if (pos >= available) return spill.reach;
-        decodeField(f[m], in, pos, record, room, f->offset + e * f->stride, flag, spill);
+        decodeOne<kReads>(f[m], in, pos, record, room, f->offset + e * f->stride, flag, spill);
       }
     }
     f += f->members;
@@ -233,8 +258,8 @@ bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t av
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag) {
   if (insideForDecode2008(layout, in, available))
-    return decodeFields(layout, InsideBytes{{in.data()}}, available, record, room, flag);
-  return decodeFields(layout, in, available, record, room, flag);
+    return decodeFields<Reads::Inside>(layout, in, available, record, room, flag);
+  return decodeFields<Reads::PerField>(layout, in, available, record, room, flag);
 }
 
 std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
@@ -243,7 +268,7 @@ std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* 
 
 std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
                                u8* record, std::int64_t room, char flag) {
-  return decodeFields(layout, in, available, record, room, flag);
+  return decodeFields<Reads::Checked>(layout, in, available, record, room, flag);
 }
 
 }  // namespace trdcomp::records

@@ -43,15 +43,25 @@ void forEachField(const Layout& layout, Part part, Visit&& visit) {
 
 // Texts compare as terminated strings; exchange codes on their first three characters. A byte
 // outside a record's view reads as zero.
-bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit) {
-  if (limit == INT64_MAX) {
-    // The common case, both texts and their terminator inside their views: one memcmp over a's
-    // text and terminator.
+bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit,
+                 std::int64_t width) {
+  std::int64_t i = 0;
+  if (limit == INT64_MAX && width >= 64) {
+    // Wide arrays, both texts and the terminator inside their views: one memcmp over a's text
+    // and terminator.
     const std::int64_t n = a.textLength(at) + 1;
     if (a.readable(at, n) == n && b.readable(at, n) == n)
       return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
+  } else if (at >= 0) {
+    // Short texts: byte by byte, unchecked over the bytes inside both views.
+    const std::int64_t inside = std::min({a.size() - at, b.size() - at, limit});
+    const u8 *pa = a.ptr(at), *pb = b.ptr(at);
+    for (; i < inside; ++i) {
+      if (pa[i] != pb[i]) return true;
+      if (pa[i] == 0) return false;
+    }
   }
-  for (std::int64_t i = 0; i < limit; ++i) {
+  for (; i < limit; ++i) {
     u8 x = a.at(at + i), y = b.at(at + i);
     if (x != y) return true;
     if (x == 0) return false;
@@ -60,8 +70,14 @@ bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
 }
 
 bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t n) {
-  if (a.readable(at, n) == n && b.readable(at, n) == n)
-    return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
+  if (a.readable(at, n) == n && b.readable(at, n) == n) {
+    switch (n) {
+      case 1: return *a.ptr(at) != *b.ptr(at);
+      case 4: return loadU32(a.ptr(at)) != loadU32(b.ptr(at));
+      case 8: return loadU64(a.ptr(at)) != loadU64(b.ptr(at));
+      default: return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
+    }
+  }
   for (std::int64_t i = 0; i < n; ++i)
     if (a.at(at + i) != b.at(at + i)) return true;
   return false;
@@ -84,7 +100,7 @@ bool differs(const Field& f, const InView& a, const InView& b, std::int64_t at) 
     case Kind::Double: return !(a.f64(at) == b.f64(at));  // NaN always differs
     case Kind::Text:
     case Kind::ShortText:
-      return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX);
+      return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX, f.width);
     default: return bytesDiffer(a, b, at, f.width);
   }
 }

@@ -72,9 +72,9 @@ struct Layout {
   std::uint32_t size = 0;    // record size
   std::uint32_t reach = 0;   // bytes a decoding may write from the record's start (decode caps)
   // The most bytes a 2008 field reads from where it starts (its length or value, and a text's
-  // cap or a block's width): a record whose input holds this many bytes past its packed length
-  // is read without checking a byte.
-  std::uint32_t readSpan = 8;
+  // cap or a block's width; 4 + 32 at least, for texts loaded 32 bytes at a time): a record
+  // whose input holds this many bytes past its packed length is read without checking a byte.
+  std::uint32_t readSpan = 36;
   const Field* fields = nullptr;
   std::uint16_t fieldCount = 0;
   bool rotated = false;          // encoding order is not ascending offset
