@@ -55,10 +55,12 @@ bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
   } else if (at >= 0) {
     // Short texts: byte by byte, unchecked over the bytes inside both views.
     const std::int64_t inside = std::min({a.size() - at, b.size() - at, limit});
-    const u8 *pa = a.ptr(at), *pb = b.ptr(at);
-    for (; i < inside; ++i) {
-      if (pa[i] != pb[i]) return true;
-      if (pa[i] == 0) return false;
+    if (inside > 0) {
+      const u8 *pa = a.ptr(at), *pb = b.ptr(at);
+      for (; i < inside; ++i) {
+        if (pa[i] != pb[i]) return true;
+        if (pa[i] == 0) return false;
+      }
     }
   }
   for (; i < limit; ++i) {
@@ -70,7 +72,7 @@ bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
 }
 
 bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t n) {
-  if (a.readable(at, n) == n && b.readable(at, n) == n) {
+  if (n > 0 && a.readable(at, n) == n && b.readable(at, n) == n) {
     switch (n) {
       case 1: return *a.ptr(at) != *b.ptr(at);
       case 4: return loadU32(a.ptr(at)) != loadU32(b.ptr(at));
@@ -86,6 +88,7 @@ bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
 // Whether bytes [at, at + n) of the view hold anything but zeros.
 bool anyNonZero(const InView& a, std::int64_t at, std::int64_t n) {
   const std::int64_t inside = a.readable(at, n);
+  if (inside <= 0) return false;
   const u8* p = a.ptr(at);
   std::int64_t i = 0;
   for (; i + 8 <= inside; i += 8)
