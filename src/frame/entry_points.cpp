@@ -5,10 +5,10 @@
 #include <cstring>
 
 #include "TrdCompData.h"
-#include "codec2008/framing.h"
-#include "codec2011/framing.h"
 #include "frame/catalogue.h"
 #include "frame/messages.h"
+#include "framing/codecs.h"
+#include "framing/message_framing.h"
 #include "primitives/bytes.h"
 #include "primitives/out_buffer.h"
 #include "primitives/raw.h"
@@ -24,8 +24,10 @@ using trdcomp::u8;
 using trdcomp::frame::AnswerForm;
 using trdcomp::frame::Entry;
 using trdcomp::frame::RequestForm;
-namespace c2008 = trdcomp::codec2008;
-namespace c2011 = trdcomp::codec2011;
+using trdcomp::framing::codecOf;
+using trdcomp::framing::CodecOps;
+using trdcomp::framing::Params;
+using trdcomp::framing::Slots;
 
 namespace trdcomp::frame {
 namespace {
@@ -49,15 +51,15 @@ AnswerForm answerForm(const Entry* e) {
 
 std::int64_t requestBound(const tagREQ_HEAD& head, int bodyLen) {
   const int nibble = nibbleOf(static_cast<u8>(head.flags));
+  const CodecOps& codec = codecOf(nibble);
   const Entry* e = trdcomp::frame::find(head.funcNo);
   std::int64_t body = 0;
   switch (requestForm(e)) {
     case RequestForm::HeaderOnly:
     case RequestForm::NoBody: break;
     case RequestForm::Routine:
-      body = nibble == 0
-                 ? c2008::requestBodyBound(*e->request[0], head.recCount, head.recSize, bodyLen)
-                 : c2011::requestBodyBound(*e->request[1], head.recCount, bodyLen, nibble);
+      body = codec.requestBodyBound(*e->request[codec.index], head.recCount, head.recSize, bodyLen,
+                                    Params{0, nibble});
       break;
     case RequestForm::PassThrough: body = bodyLen; break;
   }
@@ -82,11 +84,12 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
   switch (requestForm(e)) {
     case RequestForm::HeaderOnly: trdcomp::storeU32(o + 68, 0); break;
     case RequestForm::NoBody: break;
-    case RequestForm::Routine:
-      s = nibble == 0 ? c2008::packRequest(*e->request[0], buffer, body, bodyLen, flag)
-                      : c2011::packRequest(*e->request[1], buffer, body, bodyLen, nibble,
-                                           c2011::Slots::Store);
+    case RequestForm::Routine: {
+      const CodecOps& codec = codecOf(nibble);
+      s = codec.packRequest(*e->request[codec.index], buffer, body, bodyLen,
+                            Params{flag, nibble, Slots::Store});
       break;
+    }
     case RequestForm::PassThrough:
       buffer.append(body, bodyLen);
       if (buffer.failed()) s = TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
@@ -103,9 +106,11 @@ Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
   passedThrough = false;
   switch (requestForm(e)) {
     case RequestForm::HeaderOnly:
-    case RequestForm::Routine:
-      if (nibble == 0) return c2008::restoreRequest(*e->request[0], in, out, outLen, flag, options);
-      return c2011::restoreRequest(*e->request[1], in, out, outLen, nibble, options);
+    case RequestForm::Routine: {
+      const CodecOps& codec = codecOf(nibble);
+      return codec.restoreRequest(*e->request[codec.index], in, out, outLen, Params{flag, nibble},
+                                  options);
+    }
     case RequestForm::NoBody: return TRDCOMP_OK;
     case RequestForm::PassThrough: break;
   }
@@ -140,14 +145,16 @@ std::int64_t tableSize(std::int32_t sections) {
 
 std::int64_t answerBound(const tagANS_Proc& proc, int codecSel) {
   const int nibble = (codecSel & 0xFF) >> 4;
+  const CodecOps& codec = codecOf(nibble);
   const std::int64_t table = tableSize(proc.sectionCount);
+  const std::int64_t tableAhead = codec.sectionTableAhead ? table : 0;
   const Entry* e = trdcomp::frame::find(proc.funcNo);
   std::int64_t body = 0;
   switch (answerForm(e)) {
-    case AnswerForm::NoBody: body = nibble == 0 ? table : 0; break;
+    case AnswerForm::NoBody: body = tableAhead; break;
     case AnswerForm::Routine:
-      body = nibble == 0 ? trdcomp::sizePlus(table, c2008::answerBodyBound(*e->answerPack[0], proc))
-                         : c2011::answerBodyBound(*e->answerPack[1], proc, nibble);
+      body = trdcomp::sizePlus(
+          tableAhead, codec.answerBodyBound(*e->answerPack[codec.index], proc, Params{0, nibble}));
       break;
     case AnswerForm::PassThrough:
       body = table;
@@ -163,11 +170,8 @@ namespace {
 // Section table of a packed answer: its size, then (count, size) for at most five sections;
 // with more sections the size still counts them all and the body starts after all of them.
 void writeSectionTable(u8* out, const tagANS_Proc& proc, std::int64_t table) {
-  trdcomp::storeU32(out + kAnswerHeader, static_cast<std::uint32_t>(table));
-  for (int i = 0; i < proc.sectionCount && i < 5; ++i) {
-    trdcomp::storeI32(out + kAnswerHeader + 4 + 8 * i, proc.recCount[i]);
-    trdcomp::storeI32(out + kAnswerHeader + 8 + 8 * i, proc.recSize[i]);
-  }
+  trdcomp::framing::writeSectionTable(
+      out + kAnswerHeader, table, std::clamp(proc.sectionCount, 0, 5), proc.recCount, proc.recSize);
 }
 
 // An answer without a routine: the header (and section table) then the raw sections.
@@ -202,8 +206,9 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
   if (capacity < 0) capacity = bound;
   if (capacity < kAnswerHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
   const int nibble = (codecSel & 0xFF) >> 4;
+  const CodecOps& codec = codecOf(nibble);
   const std::int64_t table = tableSize(proc.sectionCount);
-  const std::int64_t tableHere = nibble == 0 ? table : 0;
+  const std::int64_t tableHere = codec.sectionTableAhead ? table : 0;
   if (tableHere > capacity - kAnswerHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
 
   u8* o = reinterpret_cast<u8*>(out);
@@ -223,9 +228,8 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
   switch (answerForm(e)) {
     case AnswerForm::NoBody: break;
     case AnswerForm::Routine:
-      s = nibble == 0 ? c2008::packAnswer(*e->answerPack[0], buffer, proc, sections, flag)
-                      : c2011::packAnswer(*e->answerPack[1], buffer, proc, sections, nibble,
-                                          c2011::Slots::Store);
+      s = codec.packAnswer(*e->answerPack[codec.index], buffer, proc, sections,
+                           Params{flag, nibble, Slots::Store});
       break;
     case AnswerForm::PassThrough: s = packRawAnswer(buffer, proc, sections, nibble, table); break;
   }
@@ -276,10 +280,11 @@ Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
   const int nibble = nibbleOf(in.at(8));
   const Entry* e = trdcomp::frame::find(in.u32(4));
   switch (answerForm(e)) {
-    case AnswerForm::Routine:
-      if (nibble == 0)
-        return c2008::restoreAnswer(*e->answerRestore[0], in, out, outLen, flag, options);
-      return c2011::restoreAnswer(*e->answerRestore[1], in, out, outLen, nibble, options);
+    case AnswerForm::Routine: {
+      const CodecOps& codec = codecOf(nibble);
+      return codec.restoreAnswer(*e->answerRestore[codec.index], in, out, outLen,
+                                 Params{flag, nibble}, options);
+    }
     case AnswerForm::NoBody: return TRDCOMP_OK;
     case AnswerForm::PassThrough: break;
   }

@@ -4,9 +4,8 @@
 // `outLen` with no size given (the caller sized the output), and the 2011 routines add each
 // block's length to what the output holds in its slot, as deployed packers do.
 #include "TrdCompData.h"
-#include "codec2008/framing.h"
-#include "codec2011/framing.h"
 #include "frame/catalogue.h"
+#include "framing/codecs.h"
 
 namespace {
 
@@ -44,29 +43,32 @@ int restored(Status s) {
 
 }  // namespace
 
-namespace c2008 = trdcomp::codec2008;
-namespace c2011 = trdcomp::codec2011;
-using Slots = trdcomp::codec2011::Slots;
+using trdcomp::framing::kCodec2008;
+using trdcomp::framing::kCodec2011;
+using trdcomp::framing::Params;
+using trdcomp::framing::Slots;
 
-#define TRDCOMP_DEFINE_REQUEST_ROUTINES(n)                                                         \
-  int CTrdCompData::PackReq2008_##n(char* out, int& outLen, char* body, int bodyLen, char flag) {  \
-    OutBuffer buffer = outputOf(out, outLen);                                                      \
-    return packed(c2008::packRequest(request(n, 0), buffer, body, bodyLen, flag), buffer, outLen); \
-  }                                                                                                \
-  int CTrdCompData::RestoreReq2008_##n(char* in, int inLen, char** out, int& outLen, char flag) {  \
-    return restored(                                                                               \
-        c2008::restoreRequest(request(n, 0), InView(in, inLen), out, outLen, flag, {}));           \
-  }                                                                                                \
-  int CTrdCompData::PackReq2011_Fast_##n(char* out, int& outLen, char* body, int bodyLen,          \
-                                         int nibble) {                                             \
-    OutBuffer buffer = outputOf(out, outLen);                                                      \
-    return packed(c2011::packRequest(request(n, 1), buffer, body, bodyLen, nibble, Slots::Add),    \
-                  buffer, outLen);                                                                 \
-  }                                                                                                \
-  int CTrdCompData::RestoreReq2011_Fast_##n(char* in, int inLen, char** out, int& outLen,          \
-                                            int nibble) {                                          \
-    return restored(                                                                               \
-        c2011::restoreRequest(request(n, 1), InView(in, inLen), out, outLen, nibble, {}));         \
+#define TRDCOMP_DEFINE_REQUEST_ROUTINES(n)                                                        \
+  int CTrdCompData::PackReq2008_##n(char* out, int& outLen, char* body, int bodyLen, char flag) { \
+    OutBuffer buffer = outputOf(out, outLen);                                                     \
+    return packed(kCodec2008.packRequest(request(n, 0), buffer, body, bodyLen, Params{flag}),     \
+                  buffer, outLen);                                                                \
+  }                                                                                               \
+  int CTrdCompData::RestoreReq2008_##n(char* in, int inLen, char** out, int& outLen, char flag) { \
+    return restored(kCodec2008.restoreRequest(request(n, 0), InView(in, inLen), out, outLen,      \
+                                              Params{flag}, {}));                                 \
+  }                                                                                               \
+  int CTrdCompData::PackReq2011_Fast_##n(char* out, int& outLen, char* body, int bodyLen,         \
+                                         int nibble) {                                            \
+    OutBuffer buffer = outputOf(out, outLen);                                                     \
+    return packed(kCodec2011.packRequest(request(n, 1), buffer, body, bodyLen,                    \
+                                         Params{0, nibble, Slots::Add}),                          \
+                  buffer, outLen);                                                                \
+  }                                                                                               \
+  int CTrdCompData::RestoreReq2011_Fast_##n(char* in, int inLen, char** out, int& outLen,         \
+                                            int nibble) {                                         \
+    return restored(kCodec2011.restoreRequest(request(n, 1), InView(in, inLen), out, outLen,      \
+                                              Params{0, nibble}, {}));                            \
   }
 
 #define TRDCOMP_DEFINE_ANSWER_ROUTINES(n)                                                          \
@@ -75,25 +77,26 @@ using Slots = trdcomp::codec2011::Slots;
     if (!proc) return 0;                                                                           \
     char* const sections[5] = {s0, s1, s2, s3, s4};                                                \
     OutBuffer buffer = outputOf(out, outLen);                                                      \
-    return packed(c2008::packAnswer(packing(n, 0), buffer, *proc, sections, flag), buffer,         \
-                  outLen);                                                                         \
+    return packed(kCodec2008.packAnswer(packing(n, 0), buffer, *proc, sections, Params{flag}),     \
+                  buffer, outLen);                                                                 \
   }                                                                                                \
   int CTrdCompData::RestoreAns2008_##n(char* in, int inLen, char** out, int& outLen, char flag) {  \
-    return restored(                                                                               \
-        c2008::restoreAnswer(restoring(n, 0), InView(in, inLen), out, outLen, flag, {}));          \
+    return restored(kCodec2008.restoreAnswer(restoring(n, 0), InView(in, inLen), out, outLen,      \
+                                             Params{flag}, {}));                                   \
   }                                                                                                \
   int CTrdCompData::PackAns2011_Fast_##n(char* out, int& outLen, tagANS_Proc* proc, char* s0,      \
                                          char* s1, char* s2, char* s3, char* s4, int nibble) {     \
     if (!proc) return 0;                                                                           \
     char* const sections[5] = {s0, s1, s2, s3, s4};                                                \
     OutBuffer buffer = outputOf(out, outLen);                                                      \
-    return packed(c2011::packAnswer(packing(n, 1), buffer, *proc, sections, nibble, Slots::Add),   \
+    return packed(kCodec2011.packAnswer(packing(n, 1), buffer, *proc, sections,                    \
+                                        Params{0, nibble, Slots::Add}),                            \
                   buffer, outLen);                                                                 \
   }                                                                                                \
   int CTrdCompData::RestoreAns2011_Fast_##n(char* in, int inLen, char** out, int& outLen,          \
                                             int nibble) {                                          \
-    return restored(                                                                               \
-        c2011::restoreAnswer(restoring(n, 1), InView(in, inLen), out, outLen, nibble, {}));        \
+    return restored(kCodec2011.restoreAnswer(restoring(n, 1), InView(in, inLen), out, outLen,      \
+                                             Params{0, nibble}, {}));                              \
   }
 
 TRDCOMP_REQUEST_ROUTINES(TRDCOMP_DEFINE_REQUEST_ROUTINES)

@@ -58,14 +58,41 @@ inline void storeF64(void* p, double d) {
   storeU64(p, v);
 }
 
+// Copies n bytes between places that do not overlap, in 64-byte steps. For copies from one
+// record of a restored buffer to the next: the string instructions that memcpy uses for large
+// sizes slow down several times when source and destination lie close to a multiple of 4 KiB
+// apart, as records of 4 KiB multiples plus a few bytes do.
+inline void copyRecord(u8* dst, const u8* src, std::int64_t n) {
+  std::int64_t i = 0;
+  for (; i + 64 <= n; i += 64) {
+    u8 chunk[64];
+    std::memcpy(chunk, src + i, 64);
+    std::memcpy(dst + i, chunk, 64);
+  }
+  if (i < n) std::memcpy(dst + i, src + i, static_cast<std::size_t>(n - i));
+}
+
 // Unbounded bytes: the public primitives trust their caller as their contract says.
 struct RawBytes {
   const u8* p;
   u8 at(std::int64_t i) const { return p[i]; }
   bool has(std::int64_t) const { return true; }
+  // How many of the n bytes from i can be read: all of them.
+  std::int64_t readable(std::int64_t, std::int64_t n) const { return n; }
+  const u8* ptr(std::int64_t i) const { return p + i; }
   void copyAvailable(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n > 0) std::memcpy(dst, p + from, static_cast<std::size_t>(n));
   }
+};
+
+// Bytes known to be inside the input, and at least eight bytes past any position a decoder
+// starts a field at: the record decoders use it for records that lie wholly inside their input
+// (checked once per record), so that no byte is checked and integers load a word at a time.
+struct InsideBytes : RawBytes {
+  static constexpr bool kWordLoads = true;
+  // A text starts at most four bytes (its length) past its field's start, and its first 32
+  // bytes may be loaded at once: a layout's read span covers 36 bytes at least.
+  static constexpr int kTextLoad = 32;
 };
 
 // A read-only window on bytes that may come from the network. Every read is checked: a byte
@@ -79,6 +106,12 @@ class InView {
 
   std::int64_t size() const { return size_; }
   bool has(std::int64_t i) const { return i >= 0 && i < size_; }
+  // How many of the n bytes from i lie inside the view (from the start of the run).
+  std::int64_t readable(std::int64_t i, std::int64_t n) const {
+    if (i < 0 || i >= size_ || n <= 0) return 0;
+    return n < size_ - i ? n : size_ - i;
+  }
+  const u8* ptr(std::int64_t i) const { return data_ + i; }
   u8 at(std::int64_t i) const { return has(i) ? data_[i] : 0; }
 
   std::uint16_t u16(std::int64_t i) const {
@@ -111,6 +144,10 @@ class InView {
   // Copies bytes [from, from + n) to dst[0, n); bytes outside the view arrive as zeros.
   void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n <= 0) return;
+    if (from >= 0 && n <= size_ - from) {
+      std::memcpy(dst, data_ + from, static_cast<std::size_t>(n));
+      return;
+    }
     std::memset(dst, 0, static_cast<std::size_t>(n));
     copyAvailable(dst, from, n);
   }
@@ -147,6 +184,9 @@ class InView {
 // allocator would have served (and cleared) a block of that size. A size beyond the 32-bit
 // lengths of the interface is refused, as is a failed allocation: both give null.
 u8* allocateZeroed(std::int64_t size);
+// The same from the C allocator without clearing: for buffers whose every byte the caller writes
+// (memory the allocator hands out again is warm in cache, where fresh pages cost a fault each).
+u8* allocateUninitialised(std::int64_t size);
 void release(void* p);
 
 // Sizes of claims that may be absurd: products and sums of non-negative 64-bit sizes that stick

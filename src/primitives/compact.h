@@ -7,7 +7,12 @@
 // through a bounded view) share one implementation of every format.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
 
 #include "primitives/bytes.h"
 
@@ -49,6 +54,14 @@ inline int writeInt(u8* out, std::int32_t value) {
 
 template <class In>
 std::int32_t readInt(const In& in, std::int64_t& pos) {
+  if constexpr (requires { In::kWordLoads; }) {
+    // One load, the bytes the length code names kept.
+    const std::uint32_t w = loadU32(in.ptr(pos));
+    const unsigned code = (w >> 5) & 3;
+    const std::uint32_t v = (w & 0x1F) | (((w >> 8) & ((std::uint32_t(1) << (8 * code)) - 1)) << 5);
+    pos += 1 + code;
+    return static_cast<std::int32_t>((w & 0x80) ? 0u - v : v);
+  }
   unsigned b0 = in.at(pos);
   unsigned code = b0 & 0x60;
   std::uint32_t v = b0 & 0x1F;
@@ -89,6 +102,14 @@ inline int writeInt64(u8* out, std::int64_t value) {
 
 template <class In>
 std::int64_t readInt64(const In& in, std::int64_t& pos) {
+  if constexpr (requires { In::kWordLoads; }) {
+    const std::uint64_t w = loadU64(in.ptr(pos));
+    const unsigned rest = static_cast<unsigned>((w >> 4) & 7);  // bytes after the first
+    const std::uint64_t mask = (std::uint64_t(1) << (8 * rest)) - 1;
+    const std::uint64_t v = (w & 0x0F) | (((w >> 8) & mask) << 4);
+    pos += 1 + rest;
+    return static_cast<std::int64_t>((w & 0x80) ? 0ull - v : v);
+  }
   unsigned b0 = in.at(pos);
   int n = static_cast<int>((b0 >> 4) & 7) + 1;
   std::uint64_t v = b0 & 0x0F;
@@ -99,14 +120,51 @@ std::int64_t readInt64(const In& in, std::int64_t& pos) {
 
 // Copies at most k bytes of text, stopping at a zero byte of the source or at the end of the
 // input; returns the bytes copied.
+// Copies exactly n <= 32 bytes with a few overlapping moves.
+inline void copySmall(u8* dst, const u8* src, std::int64_t n) {
+  if (n >= 16) {
+    std::memcpy(dst, src, 16);
+    std::memcpy(dst + n - 16, src + n - 16, 16);
+  } else if (n >= 8) {
+    std::memcpy(dst, src, 8);
+    std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, src, 4);
+    std::memcpy(dst + n - 4, src + n - 4, 4);
+  } else if (n > 0) {
+    dst[0] = src[0];
+    dst[n / 2] = src[n / 2];
+    dst[n - 1] = src[n - 1];
+  }
+}
+
 template <class In>
 std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
-  std::int64_t j = 0;
-  for (; j < k && in.has(pos + j); ++j) {
-    u8 b = in.at(pos + j);
-    if (b == 0) break;
-    dst[j] = b;
+#if defined(__SSE2__) || defined(_M_X64)
+  if constexpr (requires { In::kWordLoads; }) {
+    // The 32 bytes from here lie inside the input (kTextLoad): the terminator is found among
+    // them at once, and only the text's own bytes are written.
+    if (k <= 32) {
+      const u8* from = in.ptr(pos);
+      const __m128i zero = _mm_setzero_si128();
+      const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+      const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
+      std::uint32_t ends = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
+                           static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero)))
+                               << 16;
+      if (k < 32) ends |= ~std::uint32_t(0) << k;
+      const std::int64_t j = std::countr_zero(ends);  // 32 without a zero
+      copySmall(dst, from, j);
+      return j;
+    }
   }
+#endif
+  const std::int64_t n = in.readable(pos, k);
+  if (n <= 0) return 0;
+  const u8* from = in.ptr(pos);
+  const void* zero = std::memchr(from, 0, static_cast<std::size_t>(n));
+  const std::int64_t j = zero ? static_cast<const u8*>(zero) - from : n;
+  std::memcpy(dst, from, static_cast<std::size_t>(j));
   return j;
 }
 

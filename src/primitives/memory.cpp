@@ -59,6 +59,15 @@ u8* allocateZeroed(std::int64_t size) {
   return static_cast<u8*>(block) + kPrefix;
 }
 
+u8* allocateUninitialised(std::int64_t size) {
+  if (size < 0 || size > INT32_MAX) return nullptr;
+  void* block = std::malloc(static_cast<std::size_t>(size) + kPrefix);
+  if (!block) return nullptr;
+  const std::uint64_t prefix[2] = {kFromHeap, static_cast<std::uint64_t>(size) + kPrefix};
+  std::memcpy(block, prefix, kPrefix);
+  return static_cast<u8*>(block) + kPrefix;
+}
+
 void release(void* p) {
   if (!p) return;
   u8* block = static_cast<u8*>(p) - kPrefix;

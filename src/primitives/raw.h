@@ -48,17 +48,45 @@ inline Status checkRawRequest(const InView& in, std::int32_t count, std::int32_t
              : TRDCOMP_OK;
 }
 
+// Where a restore writes its records, in order of address: every record must be zero when its
+// decoding starts (decoders write only what the input holds). A buffer from fresh zero pages is
+// zero already. A buffer from warm memory is cleared just ahead of the decoding, over the bytes a
+// record's decoding may write, while they are about to be in cache anyway; what no record
+// reached (records past the end of the input, and the slack) is cleared by finish().
+class RecordArea {
+ public:
+  RecordArea(u8* clean, u8* end, bool zeroed) : clean_(clean), end_(end), zeroed_(zeroed) {}
+
+  u8* end() const { return end_; }
+  // Bytes [record, record + reach) are zero, but for what earlier records wrote past their own
+  // end (a 2008 decode cap): call in order of address.
+  void prepare(u8* record, std::int64_t reach) {
+    if (zeroed_) return;
+    u8* to = reach < end_ - record ? record + reach : end_;
+    if (to <= clean_) return;
+    std::memset(clean_, 0, static_cast<std::size_t>(to - clean_));
+    clean_ = to;
+  }
+  void finish() { prepare(end_, 0); }
+
+ private:
+  u8* clean_;  // bytes from here to end_ have not been cleared yet
+  u8* end_;
+  bool zeroed_;
+};
+
 // Copies `count` raw request records, laid every `senderSize` bytes from offset 76 of the
 // message, into records of `size` bytes from `first` on; each keeps min(senderSize, size) bytes
 // and a zero tail. Records of no size carry nothing: the loop ends at once.
 inline void copyRawRecords(const InView& in, std::int32_t senderSize, u8* first, std::int64_t count,
-                           std::int64_t size, const RestoreOptions& options) {
+                           std::int64_t size, RecordArea& area, const RestoreOptions& options) {
   if (senderSize <= 0) return;
   const std::int64_t copy = std::min<std::int64_t>(senderSize, size);
   for (std::int64_t i = 0; i < count; ++i) {
     const std::int64_t from = kRequestHeader + i * senderSize;
     if (from >= in.size()) break;  // the rest stay zero
     options.step();
+    area.prepare(first + i * size, size);
     in.copyAvailable(first + i * size, from, copy);
   }
 }

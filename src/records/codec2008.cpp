@@ -14,14 +14,31 @@ std::int64_t priceUnits(double v) {
   return truncToInt64((v + 0.00005) * 10000.0);
 }
 
+// A record that lies wholly inside the caller's body: fields are loaded without checks (the
+// layout's fields lie inside its size, and the view holds at least that); texts still end at
+// the end of the view.
+struct WholeRecord {
+  const InView& view;
+  u8 at(std::int64_t i) const { return view.data()[i]; }
+  std::int32_t i32(std::int64_t i) const { return loadI32(view.data() + i); }
+  std::int64_t i64(std::int64_t i) const { return loadI64(view.data() + i); }
+  double f64(std::int64_t i) const { return loadF64(view.data() + i); }
+  std::int64_t textLength(std::int64_t i) const { return view.textLength(i); }
+  void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
+    if (n > 0) std::memcpy(dst, view.data() + from, static_cast<std::size_t>(n));
+  }
+};
+
 // Writes the text or bytes [at, at + n) of the record behind a compact length.
-std::uint32_t writeCounted(const InView& record, std::int64_t at, std::int64_t n, u8* out) {
+template <class Record>
+std::uint32_t writeCounted(const Record& record, std::int64_t at, std::int64_t n, u8* out) {
   int k = compact::writeInt(out, static_cast<std::int32_t>(n));
   record.copyOut(out + k, at, n);
   return static_cast<std::uint32_t>(k + n);
 }
 
-std::uint32_t encodeField(const Field& f, const InView& record, std::int64_t base, u8* out,
+template <class Record>
+std::uint32_t encodeField(const Field& f, const Record& record, std::int64_t base, u8* out,
                           char flag) {
   std::int64_t at = base + f.offset;
   switch (f.kind) {
@@ -93,7 +110,8 @@ struct Spill {
 };
 
 // Decodes one field at `pos` into a zero record; `record` has `room` writable bytes.
-void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record, std::int64_t room,
+template <class In>
+void decodeField(const Field& f, const In& in, std::int64_t& pos, u8* record, std::int64_t room,
                  std::int64_t base, char flag, Spill& spill) {
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
@@ -140,9 +158,8 @@ void decodeField(const Field& f, const InView& in, std::int64_t& pos, u8* record
   }
 }
 
-}  // namespace
-
-std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, char flag) {
+template <class Record>
+std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, char flag) {
   u8* p = out;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
     if (f->kind != Kind::Group) {
@@ -157,6 +174,63 @@ std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, ch
     f += f->members;
   }
   return static_cast<std::uint32_t>(p - out);
+}
+
+// How decodeFields reads: every byte checked (the reference); unchecked for each field whose
+// read span lies inside the input (checked once per field); unchecked throughout (the record and
+// its read span lie inside, checked once per record).
+enum class Reads { Checked, PerField, Inside };
+
+// The most bytes one field reads from where it starts (see Layout::readSpan).
+constexpr std::int64_t fieldSpan(const Field& f) {
+  switch (f.kind) {
+    case Kind::Text: return 4 + std::max<std::int64_t>(f.cap, InsideBytes::kTextLoad);
+    case Kind::ShortText:
+    case Kind::Block:
+    case Kind::CountedBlock: return 4 + std::max<std::int64_t>(f.width, InsideBytes::kTextLoad);
+    default: return 8;
+  }
+}
+
+template <Reads kReads>
+void decodeOne(const Field& f, const InView& in, std::int64_t& pos, u8* record, std::int64_t room,
+               std::int64_t base, char flag, Spill& spill) {
+  if (kReads == Reads::Inside || (kReads == Reads::PerField && in.size() - pos >= fieldSpan(f)))
+    decodeField(f, InsideBytes{{in.data()}}, pos, record, room, base, flag, spill);
+  else
+    decodeField(f, in, pos, record, room, base, flag, spill);
+}
+
+template <Reads kReads>
+std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t available,
+                          u8* record, std::int64_t room, char flag) {
+  std::int64_t pos = 0;
+  Spill spill;
+  spill.reach = layout.size;
+  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+    if (pos >= available) return spill.reach;
+    if (f->kind != Kind::Group) {
+      decodeOne<kReads>(*f, in, pos, record, room, 0, flag, spill);
+      continue;
+    }
+    const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
+    for (std::int64_t e = 0; e < n; ++e) {
+      for (std::uint16_t m = 1; m <= f->members; ++m) {
+        if (pos >= available) return spill.reach;
+        decodeOne<kReads>(f[m], in, pos, record, room, f->offset + e * f->stride, flag, spill);
+      }
+    }
+    f += f->members;
+  }
+  return spill.reach;
+}
+
+}  // namespace
+
+std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, char flag) {
+  // A record cut short by the end of the body reads zeros past it: checked loads.
+  if (record.size() >= layout.size) return encodeFields(layout, WholeRecord{record}, out, flag);
+  return encodeFields(layout, record, out, flag);
 }
 
 std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
@@ -174,27 +248,27 @@ std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
   return most;
 }
 
+// Every field starts before `available` and reads at most readSpan bytes from there: when the
+// input holds them all, no byte of the record needs checking. The records near the end of the
+// input take the checked reads.
+bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t available) {
+  return available >= 0 && in.size() - available >= layout.readSpan;
+}
+
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag) {
-  std::int64_t pos = 0;
-  Spill spill;
-  spill.reach = layout.size;
-  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
-    if (pos >= available) return spill.reach;
-    if (f->kind != Kind::Group) {
-      decodeField(*f, in, pos, record, room, 0, flag, spill);
-      continue;
-    }
-    const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
-    for (std::int64_t e = 0; e < n; ++e) {
-      for (std::uint16_t m = 1; m <= f->members; ++m) {
-        if (pos >= available) return spill.reach;
-        decodeField(f[m], in, pos, record, room, f->offset + e * f->stride, flag, spill);
-      }
-    }
-    f += f->members;
-  }
-  return spill.reach;
+  if (insideForDecode2008(layout, in, available))
+    return decodeFields<Reads::Inside>(layout, in, available, record, room, flag);
+  return decodeFields<Reads::PerField>(layout, in, available, record, room, flag);
+}
+
+std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
+  return encodeFields(layout, record, out, flag);
+}
+
+std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
+                               u8* record, std::int64_t room, char flag) {
+  return decodeFields<Reads::Checked>(layout, in, available, record, room, flag);
 }
 
 }  // namespace trdcomp::records

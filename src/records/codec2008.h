@@ -28,4 +28,14 @@ std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent);
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag);
 
+// The reference for the two functions above: the same results through checked reads only,
+// whatever the record's place in its input. encode2008 and decode2008 read a record that lies
+// wholly inside its input (see insideForDecode2008) without checking a byte; tests and the
+// differential fuzzer compare them with these on the same bytes.
+std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag);
+std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
+                               u8* record, std::int64_t room, char flag);
+// Whether decode2008 takes the unchecked reads for this record.
+bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t available);
+
 }  // namespace trdcomp::records

@@ -41,9 +41,29 @@ void forEachField(const Layout& layout, Part part, Visit&& visit) {
   }
 }
 
-// Texts compare as terminated strings; exchange codes on their first three characters.
-bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit) {
-  for (std::int64_t i = 0; i < limit; ++i) {
+// Texts compare as terminated strings; exchange codes on their first three characters. A byte
+// outside a record's view reads as zero.
+bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit,
+                 std::int64_t width) {
+  std::int64_t i = 0;
+  if (limit == INT64_MAX && width >= 64) {
+    // Wide arrays, both texts and the terminator inside their views: one memcmp over a's text
+    // and terminator.
+    const std::int64_t n = a.textLength(at) + 1;
+    if (a.readable(at, n) == n && b.readable(at, n) == n)
+      return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
+  } else if (at >= 0) {
+    // Short texts: byte by byte, unchecked over the bytes inside both views.
+    const std::int64_t inside = std::min({a.size() - at, b.size() - at, limit});
+    if (inside > 0) {
+      const u8 *pa = a.ptr(at), *pb = b.ptr(at);
+      for (; i < inside; ++i) {
+        if (pa[i] != pb[i]) return true;
+        if (pa[i] == 0) return false;
+      }
+    }
+  }
+  for (; i < limit; ++i) {
     u8 x = a.at(at + i), y = b.at(at + i);
     if (x != y) return true;
     if (x == 0) return false;
@@ -52,8 +72,29 @@ bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
 }
 
 bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t n) {
+  if (n > 0 && a.readable(at, n) == n && b.readable(at, n) == n) {
+    switch (n) {
+      case 1: return *a.ptr(at) != *b.ptr(at);
+      case 4: return loadU32(a.ptr(at)) != loadU32(b.ptr(at));
+      case 8: return loadU64(a.ptr(at)) != loadU64(b.ptr(at));
+      default: return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
+    }
+  }
   for (std::int64_t i = 0; i < n; ++i)
     if (a.at(at + i) != b.at(at + i)) return true;
+  return false;
+}
+
+// Whether bytes [at, at + n) of the view hold anything but zeros.
+bool anyNonZero(const InView& a, std::int64_t at, std::int64_t n) {
+  const std::int64_t inside = a.readable(at, n);
+  if (inside <= 0) return false;
+  const u8* p = a.ptr(at);
+  std::int64_t i = 0;
+  for (; i + 8 <= inside; i += 8)
+    if (loadU64(p + i)) return true;
+  for (; i < inside; ++i)
+    if (p[i]) return true;
   return false;
 }
 
@@ -62,7 +103,7 @@ bool differs(const Field& f, const InView& a, const InView& b, std::int64_t at) 
     case Kind::Double: return !(a.f64(at) == b.f64(at));  // NaN always differs
     case Kind::Text:
     case Kind::ShortText:
-      return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX);
+      return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX, f.width);
     default: return bytesDiffer(a, b, at, f.width);
   }
 }
@@ -74,7 +115,9 @@ bool differsFromDefault(const Field& f, const InView& r, std::int64_t at) {
     case Kind::Int32: return r.i32(at) != static_cast<std::int32_t>(f.defaultValue);
     case Kind::Int64: return r.i64(at) != f.defaultValue;
     case Kind::Double: return !(r.f64(at) == static_cast<double>(f.defaultValue));
-    default: return differs(f, r, InView(), at);  // the empty text, the zero block
+    case Kind::Text:
+    case Kind::ShortText: return r.at(at) != 0;  // the empty text
+    default: return anyNonZero(r, at, f.width);  // the zero block
   }
 }
 
@@ -294,7 +337,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
   bool any = false;
   for (std::int64_t i = 0; i < m; ++i) any = any || (in.at(i) & 0x7F);
   if (!any && prior && previous.record->size() >= size) {
-    std::memcpy(record, prior, static_cast<std::size_t>(size));
+    copyRecord(record, prior, size);
     return previous.index;
   }
   const InView written(record, size);
@@ -317,7 +360,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
                  if (present(j))
                    readField(f, in, pos, record, written, previous.record, at);
                  else if (prior)
-                   std::memcpy(record + at, prior + at, f.width);
+                   copyRecord(record + at, prior + at, f.width);
                  else
                    setDefault(f, record + at);
                  ++j;

@@ -70,6 +70,11 @@ struct Layout {
   std::uint16_t number = 0;  // the routine number that owns the layout
   std::uint8_t section = 0;  // answer section (0 for requests)
   std::uint32_t size = 0;    // record size
+  std::uint32_t reach = 0;   // bytes a decoding may write from the record's start (decode caps)
+  // The most bytes a 2008 field reads from where it starts (its length or value, and a text's
+  // cap or a block's width; 4 + 32 at least, for texts loaded 32 bytes at a time): a record
+  // whose input holds this many bytes past its packed length is read without checking a byte.
+  std::uint32_t readSpan = 36;
   const Field* fields = nullptr;
   std::uint16_t fieldCount = 0;
   bool rotated = false;          // encoding order is not ascending offset
@@ -442,12 +447,18 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
   l.text = row.fields;
   l.attributes = row.attributes;
   l.fastFields[2] = 1;  // the dictionary index
+  l.reach = row.size;
   for (const Field* f = fields; f != fields + n; ++f) {
     const bool grouped = f->kind == Kind::Group;
     const int times = grouped ? f->repeat : 1;
     for (const Field* g = grouped ? f + 1 : f; g != f + 1 + (grouped ? f->members : 0); ++g) {
       l.fastFields[0] += times;
       l.fastFields[g->dictionary ? 1 : 2] += times;
+      const std::uint32_t last =
+          grouped ? f->offset + (f->repeat - 1) * f->stride + g->offset : g->offset;
+      if (g->kind == Kind::Text && last + g->cap > l.reach) l.reach = last + g->cap;
+      const std::uint32_t widest = g->kind == Kind::Text ? g->cap : g->width;
+      if (4 + widest > l.readSpan) l.readSpan = 4 + widest;
     }
     if (grouped) f += f->members;
   }

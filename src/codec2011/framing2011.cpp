@@ -1,20 +1,19 @@
-#include "codec2011/framing.h"
-
+// Framing of the 2011 Fast codec: record blocks with a u16 length and a presence map, fields
+// left out when they equal the previous record's (records/codec2011); the body opens with the
+// 16-bit record counts, and a dictionary section sends its repeated field groups once. The rest
+// of the framing is generic (framing/message_framing.h).
 #include <algorithm>
 #include <cstring>
 
-#include "primitives/raw.h"
+#include "framing/message_framing.h"
 #include "records/codec2011.h"
 
-namespace trdcomp::codec2011 {
+namespace trdcomp::framing {
 namespace {
 
 using records::Layout;
 using records::Part;
 using records::Previous;
-
-constexpr int kRequestSlack = 1024;
-constexpr int kAnswerSlack = 10;
 
 // Appends one block: a u16 length slot, then the map and the fields.
 void appendBlock(const Layout& layout, Part part, const InView& current, std::uint16_t index,
@@ -30,8 +29,8 @@ void appendBlock(const Layout& layout, Part part, const InView& current, std::ui
 
 // `count` records every `stride` bytes of `records`, each compared with the one before it and
 // viewed over the layout's size at most.
-void packRecords(const Layout& layout, const InView& records, std::int64_t count,
-                 std::int64_t stride, OutBuffer& out, Slots slots) {
+void packBlocks(const Layout& layout, const InView& records, std::int64_t count,
+                std::int64_t stride, OutBuffer& out, Slots slots) {
   // Every block takes its length slot and its map at least.
   if (!out.expect(sizeTimes(count, 2 + records::mapLength(layout, Part::Whole)))) return;
   InView previous;
@@ -119,12 +118,14 @@ bool packDictionary(const Layout& layout, const InView& records, std::int32_t co
 // Decodes `count` blocks into records of the layout's size from `first` on, each chained to the
 // one before; reading stops where the message ends (the records after stay zero, unvisited).
 void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                   std::int64_t count, const u8* end, const RestoreOptions& options) {
+                   std::int64_t count, RecordArea& area, const RestoreOptions& options) {
+  const u8* end = area.end();
   const std::int64_t size = layout.size;
   InView previous;
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
     u8* record = first + i * size;
+    area.prepare(record, size);
     const std::uint16_t length = in.u16(pos);
     records::decode2011(layout, Part::Whole, in.from(pos + 2), length, record, end - record,
                         Previous{i ? &previous : nullptr});
@@ -138,7 +139,8 @@ void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8
 // whose blocks the input can hold (two bytes each at least); an index past them but below D
 // names an entry that restored as zeros, as it would have in a full table.
 Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                        std::int64_t count, const u8* end, const RestoreOptions& options) {
+                        std::int64_t count, RecordArea& area, const RestoreOptions& options) {
+  const u8* end = area.end();
   const std::int64_t size = layout.size;
   const std::uint16_t entries = in.u16(pos);
   pos += 2;
@@ -162,6 +164,7 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
     u8* record = first + i * size;
+    area.prepare(record, size);
     const std::uint16_t length = in.u16(pos);
     const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
                                                     record, end - record, before);
@@ -177,178 +180,113 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
   return TRDCOMP_OK;
 }
 
-}  // namespace
-
-Status packRequest(const Layout& layout, OutBuffer& out, const char* body, int bodyLen, int nibble,
-                   Slots slots) {
-  if (layout.opaque) return TRDCOMP_OK;  // a record without codec is never sent
-  if (Status s = checkBody(body, bodyLen)) return s;
-  if (appendShortBody(out, body, bodyLen, layout.size))
-    return out.failed() ? TRDCOMP_ERROR_OUTPUT_TOO_SMALL : TRDCOMP_OK;
-  if (nibble < 1) return TRDCOMP_OK;
+struct Codec2011 {
+  static bool sendsRecords(const Params& params) { return params.nibble >= 1; }
   // The count travels in 16 bits, and only that many records are sent.
-  u8* header = out.base();
-  const std::uint16_t count = static_cast<std::uint16_t>(loadI32(header + 68));
-  const std::int32_t stride = loadI32(header + 72);
-  if (Status s = checkRecords(count, stride, bodyLen)) return s;
-  out.appendU16(count);
-  packRecords(layout, InView(body, bodyLen), count, stride, out, slots);
-  if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
-  header[8] |= 1;
-  return TRDCOMP_OK;
-}
-
-std::int64_t requestBodyBound(const Layout& layout, std::int32_t count, int bodyLen, int nibble) {
-  if (layout.opaque) return 0;
-  if (bodyLen >= 0 && static_cast<std::uint32_t>(bodyLen) < layout.size) return bodyLen;
-  if (nibble < 1) return 0;
-  const std::uint16_t sent = static_cast<std::uint16_t>(count);
-  return 2 + sizeTimes(sent, 2 + records::maxBlock2011(layout, Part::Whole));
-}
-
-Status restoreRequest(const Layout& layout, const InView& in, char** out, int& outLen, int nibble,
-                      const RestoreOptions& options) {
-  if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-  const u8 flags = in.at(8);
-  if ((flags & 2) && !layout.keepsSectionBit) return TRDCOMP_ERROR_SECTION_BIT;
-  const std::int32_t count = in.i32(68);
-  // A count that the input cannot hold is refused before anything is allocated: a block takes
-  // two bytes at least, behind the two of the packed count; a raw record takes its size.
-  std::int64_t pos = in.u32(0);
-  if (!(flags & 1)) {
-    if (Status s = checkRawRequest(in, count, in.i32(72))) return s;
-  } else if (nibble >= 1 && count > 0 && 2 + std::int64_t(count) * 2 > in.size() - pos) {
-    return TRDCOMP_ERROR_COUNT_BEYOND_INPUT;
+  static std::int64_t requestCount(std::int32_t headerCount) {
+    return static_cast<std::uint16_t>(headerCount);
   }
-  const std::int64_t size = layout.size;
-  std::int64_t length;
-  if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
-    return s;
-  u8* o = allocateZeroed(length + kRequestSlack);
-  if (!o) return TRDCOMP_ERROR_ALLOCATION;
-  outLen = static_cast<int>(length);
-  *out = reinterpret_cast<char*>(o);
-  in.copyAvailable(o, 0, kRequestHeader);
-  if (!(flags & 1)) {
-    copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size, options);
-  } else if (nibble >= 1) {
+  // A block takes two bytes at least, behind the two of the packed count.
+  static std::int64_t leastPackedBytes(std::int64_t count) { return 2 + count * 2; }
+  static bool keepsSectionBit(const Layout& layout) { return layout.keepsSectionBit; }
+
+  static constexpr std::int64_t requestPrefixBound = 2;
+  static void beginRequestBody(OutBuffer& out, std::int64_t count) {
+    out.appendU16(static_cast<std::uint16_t>(count));
+  }
+  static void packRecords(const Layout& layout, const InView& records, std::int64_t count,
+                          std::int64_t stride, OutBuffer& out, const Params& params) {
+    packBlocks(layout, records, count, stride, out, params.slots);
+  }
+  static std::int64_t recordsBound(const Layout& layout, std::int64_t count, std::int64_t) {
+    return sizeTimes(count, 2 + records::maxBlock2011(layout, Part::Whole));
+  }
+
+  static Status restoreRequestRecords(const Layout& layout, const InView& in, std::int64_t pos,
+                                      u8* first, std::int64_t count, RecordArea& area,
+                                      const Params&, const RestoreOptions& options) {
     if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;  // the buffer stays in *out
     pos += 2;
-    decodeRecords(layout, in, pos, o + kRequestHeader, count, o + length + kRequestSlack, options);
+    decodeRecords(layout, in, pos, first, count, area, options);
+    return TRDCOMP_OK;
   }
-  storeU32(o, kRequestHeader);
-  storeU32(o + 72, layout.size);
-  return TRDCOMP_OK;
-}
 
-Status packAnswer(const records::AnswerLayout& layout, OutBuffer& out, const tagANS_Proc& proc,
-                  char* const sections[5], int nibble, Slots slots) {
-  if (nibble < 1) return TRDCOMP_OK;
-  for (int s = 0; s < layout.sectionCount; ++s) {
-    if (Status st = checkRecords(proc.recCount[s], proc.recSize[s], INT64_MAX)) return st;
-    if (!sections[s] && proc.recCount[s] > 0 && proc.recSize[s] > 0)
-      return TRDCOMP_ERROR_NULL_ARGUMENT;
-  }
   // A dictionary in section 0 starts the body itself; otherwise every section's 16-bit count
   // comes first.
-  const bool dictionaryFirst = layout.sections[0]->dictionary;
-  if (!dictionaryFirst)
-    for (int s = 0; s < layout.sectionCount; ++s)
-      out.appendU16(static_cast<std::uint16_t>(proc.recCount[s]));
-  for (int s = 0; s < layout.sectionCount; ++s) {
-    const std::int64_t count = proc.recCount[s], size = proc.recSize[s];
-    const InView records(sections[s], std::max<std::int64_t>(0, count * size));
-    if (layout.sections[s]->dictionary) {
-      if (!packDictionary(*layout.sections[s], records, proc.recCount[s], size, out, slots))
-        return TRDCOMP_ERROR_ALLOCATION;
-    } else {
-      packRecords(*layout.sections[s], records, count, size, out, slots);
+  static bool dictionaryFirst(const records::AnswerLayout& layout) {
+    return layout.sections[0]->dictionary;
+  }
+  static void beginAnswerBody(const records::AnswerLayout& layout, const tagANS_Proc& proc,
+                              OutBuffer& out) {
+    if (!dictionaryFirst(layout))
+      for (int s = 0; s < layout.sectionCount; ++s)
+        out.appendU16(static_cast<std::uint16_t>(proc.recCount[s]));
+  }
+  static std::int64_t answerPrefixBound(const records::AnswerLayout& layout) {
+    return dictionaryFirst(layout) ? 0 : 2 * layout.sectionCount;
+  }
+  static u8 answerFlags(const records::AnswerLayout& layout) {
+    return dictionaryFirst(layout) ? 3 : 1;
+  }
+
+  static Status packSection(const Layout& layout, const InView& records, std::int64_t count,
+                            std::int64_t stride, OutBuffer& out, const Params& params) {
+    if (!layout.dictionary) {
+      packBlocks(layout, records, count, stride, out, params.slots);
+      return TRDCOMP_OK;
     }
+    return packDictionary(layout, records, static_cast<std::int32_t>(count), stride, out,
+                          params.slots)
+               ? TRDCOMP_OK
+               : TRDCOMP_ERROR_ALLOCATION;
   }
-  if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
-  out.base()[8] |= dictionaryFirst ? 3 : 1;
-  return TRDCOMP_OK;
-}
-
-std::int64_t answerBodyBound(const records::AnswerLayout& layout, const tagANS_Proc& proc,
-                             int nibble) {
-  if (nibble < 1) return 0;
-  std::int64_t most = layout.sections[0]->dictionary ? 0 : 2 * layout.sectionCount;
-  for (int s = 0; s < layout.sectionCount; ++s) {
-    const Layout& l = *layout.sections[s];
-    const std::int64_t count = proc.recCount[s];
-    if (l.dictionary)
-      most = sizePlus(most, 4 + sizeTimes(count, 4 + records::maxBlock2011(l, Part::Group) +
-                                                     records::maxBlock2011(l, Part::Reduced)));
-    else
-      most = sizePlus(most, sizeTimes(count, 2 + records::maxBlock2011(l, Part::Whole)));
+  static std::int64_t sectionBound(const Layout& l, std::int64_t count, std::int64_t stride) {
+    if (!l.dictionary) return recordsBound(l, count, stride);
+    return 4 + sizeTimes(count, 4 + records::maxBlock2011(l, Part::Group) +
+                                    records::maxBlock2011(l, Part::Reduced));
   }
-  return most;
-}
-
-Status restoreAnswer(const records::AnswerLayout& layout, const InView& in, char** out, int& outLen,
-                     int nibble, const RestoreOptions& options) {
-  if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-  std::int64_t pos = in.u32(0);
-  const int sections = layout.sectionCount;
-  const bool multi = layout.multiSection();
 
   // Counts: the 16-bit counts ahead of a multi-section body, else the header's count.
-  std::int64_t counts[3] = {in.i32(88), 0, 0};
-  std::int64_t length = kAnswerHeader;
-  if (multi) {
-    for (int s = 0; s < sections; ++s) counts[s] = in.u16(pos + 2 * s);
-    pos += 2 * sections;
-    length += 4 + 8 * sections;
-  }
-  for (int s = 0; s < sections; ++s) {
-    if (Status st = restoredLength(counts[s], layout.sections[s]->size, length, kAnswerSlack,
-                                   options, length)) {
-      outLen = 0;
-      return st;
+  static SectionPlan planAnswer(const records::AnswerLayout& layout, const InView& in) {
+    SectionPlan plan;
+    plan.pos = in.u32(0);
+    plan.sections = layout.sectionCount;
+    plan.multi = layout.multiSection();
+    plan.slack = kAnswerSlack;
+    plan.counts[0] = in.i32(88);
+    if (plan.multi) {
+      for (int s = 0; s < plan.sections; ++s) plan.counts[s] = in.u16(plan.pos + 2 * s);
+      plan.pos += 2 * plan.sections;
     }
-  }
-  u8* o = allocateZeroed(length + kAnswerSlack);
-  *out = reinterpret_cast<char*>(o);
-  outLen = o ? static_cast<int>(length) : 0;
-  if (!o) return TRDCOMP_ERROR_ALLOCATION;
-  in.copyAvailable(o, 0, kAnswerHeader);
-  u8* record = o + kAnswerHeader;
-  const u8* end = o + length + kAnswerSlack;
-  if (multi) {
-    storeU32(record, static_cast<std::uint32_t>(4 + 8 * sections));
-    for (int s = 0; s < sections; ++s) {
-      storeU32(record + 4 + 8 * s, static_cast<std::uint32_t>(counts[s]));
-      storeU32(record + 8 + 8 * s, layout.sections[s]->size);
-    }
-    record += 4 + 8 * sections;
+    return plan;
   }
 
-  if (nibble >= 1) {
-    // A refusal leaves the buffer in *out, for the caller to release.
-    for (int s = 0; s < sections; ++s) {
+  static std::int64_t leastRecordBytes(const InView&) { return 2; }
+
+  static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
+                                const InView& in, u8* record, RecordArea& area,
+                                const Params& params, const RestoreOptions& options) {
+    if (!sendsRecords(params)) return TRDCOMP_OK;
+    std::int64_t pos = plan.pos;
+    for (int s = 0; s < plan.sections; ++s) {
       const Layout& l = *layout.sections[s];
+      const std::int64_t count = plan.counts[s];
       if (l.dictionary) {
-        if (Status st = decodeDictionary(l, in, pos, record, counts[s], end, options)) return st;
-      } else if (!multi && in.u16(pos) != counts[s]) {
+        if (Status st = decodeDictionary(l, in, pos, record, count, area, options)) return st;
+      } else if (!plan.multi && in.u16(pos) != count) {
         return TRDCOMP_ERROR_COUNT_MISMATCH;
       } else {
-        pos += multi ? 0 : 2;
-        decodeRecords(l, in, pos, record, counts[s], end, options);
+        pos += plan.multi ? 0 : 2;
+        decodeRecords(l, in, pos, record, count, area, options);
       }
-      record += counts[s] * l.size;
+      record += count * l.size;
     }
+    return TRDCOMP_OK;
   }
+};
 
-  storeU32(o, kAnswerHeader);
-  if (multi) {
-    o[8] |= 2;
-  } else {
-    o[8] &= static_cast<u8>(~2u);
-    storeI32(o + 88, static_cast<std::int32_t>(counts[0]));
-    storeU32(o + 92, layout.sections[0]->size);
-  }
-  return TRDCOMP_OK;
-}
+}  // namespace
 
-}  // namespace trdcomp::codec2011
+const CodecOps kCodec2011 = opsOf<Codec2011>(1, false);
+
+}  // namespace trdcomp::framing

@@ -1,0 +1,66 @@
+// The wire codecs as a table of operations. A message's codec is its codec nibble (bits 4-7 of
+// the flags byte): 0 is the 2008 codec, 1 to 15 the 2011 Fast codec. The entry points and the
+// per-function routines pick a row here and never name a codec themselves; each row is the
+// generic message framing (framing/message_framing.h) specialised by one codec's policy, in one
+// file per codec (codec2008/framing2008.cpp, codec2011/framing2011.cpp).
+#pragma once
+
+#include <cstdint>
+
+#include "TrdCompData.h"
+#include "primitives/bytes.h"
+#include "primitives/out_buffer.h"
+#include "primitives/status.h"
+#include "records/layout.h"
+
+namespace trdcomp::framing {
+
+// How a 2011 block's u16 length slot is written. The per-function routines add to what the
+// output holds there, as deployed packers do (their callers hand in zeroed buffers); the entry
+// points store the length, so that a reused buffer packs correctly.
+enum class Slots : bool { Store, Add };
+
+// What a call chose besides the layout.
+struct Params {
+  char flag = 0;               // 2008: the int32 form (0: 32-bit compact, 1: 64-bit, else left out)
+  int nibble = 0;              // 2011: the codec nibble the routine was given (0 sends no records)
+  Slots slots = Slots::Store;  // 2011: how block lengths are written
+};
+
+struct CodecOps {
+  int index;  // the codec's column in the catalogue (frame::Entry::request and the answers)
+  // The answer's section table goes ahead of the body, written by the caller from the
+  // descriptor (the 2008 codec); the 2011 Fast codec carries counts in its body instead.
+  bool sectionTableAhead;
+
+  // Appends the request body to `out`, which holds the 76-byte header (the record count and
+  // size are read there). Refuses a negative body length, a null body with bytes, and records
+  // that the body cannot hold (count x record size beyond bodyLen, a negative record size).
+  Status (*packRequest)(const records::Layout& layout, OutBuffer& out, const char* body,
+                        int bodyLen, const Params& params);
+  // The most body bytes packRequest appends for `count` records of `stride` bytes in a body of
+  // `bodyLen` bytes.
+  std::int64_t (*requestBodyBound)(const records::Layout& layout, std::int32_t count,
+                                   std::int32_t stride, int bodyLen, const Params& params);
+  // Restores a request into a new buffer of the layout's record size.
+  Status (*restoreRequest)(const records::Layout& layout, const InView& in, char** out, int& outLen,
+                           const Params& params, const RestoreOptions& options);
+  // Appends every section of the answer to `out` (header, and section table when ahead).
+  Status (*packAnswer)(const records::AnswerLayout& layout, OutBuffer& out, const tagANS_Proc& proc,
+                       char* const sections[5], const Params& params);
+  // The most body bytes packAnswer appends for the descriptor's counts (no section table).
+  std::int64_t (*answerBodyBound)(const records::AnswerLayout& layout, const tagANS_Proc& proc,
+                                  const Params& params);
+  // Restores an answer into a new buffer of the layouts' record sizes.
+  Status (*restoreAnswer)(const records::AnswerLayout& layout, const InView& in, char** out,
+                          int& outLen, const Params& params, const RestoreOptions& options);
+};
+
+extern const CodecOps kCodec2008;
+extern const CodecOps kCodec2011;
+
+inline const CodecOps& codecOf(int nibble) {
+  return nibble == 0 ? kCodec2008 : kCodec2011;
+}
+
+}  // namespace trdcomp::framing

@@ -1,0 +1,222 @@
+// The framing of a message, written once for every codec: argument and count checks, the short
+// bodies that travel as they are, the restored buffer (its size, slack, header and section
+// table), raw records, and the walk over sections. What differs between codecs (how a record is
+// framed and encoded, what goes ahead of the records, how an answer announces its sections) is
+// the codec's policy, a class of static members:
+//
+//   sendsRecords(params)                whether this call carries records at all
+//   requestCount(headerCount)           how many of the header's records the body carries
+//   leastPackedBytes(count)             the smallest packed body that holds `count` records
+//   keepsSectionBit(layout)             whether a request may carry the section-table bit
+//   beginRequestBody(out, count)        what goes ahead of a request's records
+//   requestPrefixBound                  its size
+//   packRecords(layout, records, count, stride, out, params)
+//   recordsBound(layout, count, stride) the most bytes packRecords appends
+//   restoreRequestRecords(layout, in, pos, first, count, area, params, options)
+//   beginAnswerBody(layout, proc, out), answerPrefixBound(layout), answerFlags(layout)
+//   packSection(layout, records, count, stride, out, params), sectionBound(...)
+//   planAnswer(layout, in)              the sections a message restores into
+//   leastRecordBytes(in)                the fewest input bytes an answer record takes
+//   restoreSections(layout, plan, in, first, area, params, options)
+//
+// A codec is then one file: its policy and `const CodecOps kCodecN = opsOf<Policy>(index)`.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "framing/codecs.h"
+#include "primitives/raw.h"
+
+namespace trdcomp::framing {
+
+constexpr int kRequestSlack = 1024;  // behind every restored request
+constexpr int kAnswerSlack = 10;     // behind a restored answer (2008: one without a table)
+
+// The sections an answer restores into, as its message announces them.
+struct SectionPlan {
+  int sections = 1;    // sections laid out in the restored message
+  bool multi = false;  // restored with the library's section table
+  std::int64_t slack = kAnswerSlack;
+  std::int64_t pos = 0;  // where the records (or the 2011 body) start
+  std::int32_t counts[5] = {};
+  std::int32_t senderSizes[5] = {};  // 2008 raw records: the sender's record sizes
+
+  std::int64_t tableBytes() const { return multi ? 4 + 8 * std::int64_t(sections) : 0; }
+};
+
+// A section table: its size, then (count, record size) per section.
+void writeSectionTable(u8* at, std::int64_t size, int pairs, const std::int32_t* counts,
+                       const std::int32_t* sizes);
+
+// Claimed bytes that the input provably cannot fill, from which a restored buffer comes as fresh
+// zero pages: the pages of the records a message claims but does not hold are never touched.
+constexpr std::int64_t kFreshPages = 256 * 1024;
+
+// Whether `claimed` records of at least `size` bytes, of which the input holds at most `present`,
+// leave so much of the buffer untouched that it should come as fresh zero pages.
+constexpr bool freshPages(std::int64_t claimed, std::int64_t present, std::int64_t size) {
+  return claimed > present && sizeTimes(claimed - present, size) >= kFreshPages;
+}
+
+// A new buffer of `length` + `slack` bytes holding the first `header` bytes of the message
+// (bytes the message does not hold are zero), and the area behind them where the records go;
+// null when the allocation failed. `fresh`: from fresh zero pages.
+u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header, bool fresh);
+
+// The restored request header: its length and the layout's record size.
+void finishRequestHeader(u8* o, std::uint32_t recordSize);
+
+// The restored answer header (and the library's section table when the answer has one).
+void writeRestoredTable(u8* o, const records::AnswerLayout& layout, const SectionPlan& plan);
+void finishAnswerHeader(u8* o, const records::AnswerLayout& layout, const SectionPlan& plan);
+
+template <class Codec>
+struct MessageFraming {
+  static Status packRequest(const records::Layout& layout, OutBuffer& out, const char* body,
+                            int bodyLen, const Params& params) {
+    if (layout.opaque) return TRDCOMP_OK;  // a record without codec is never sent
+    if (Status s = checkBody(body, bodyLen)) return s;
+    if (appendShortBody(out, body, bodyLen, layout.size))
+      return out.failed() ? TRDCOMP_ERROR_OUTPUT_TOO_SMALL : TRDCOMP_OK;
+    if (!Codec::sendsRecords(params)) return TRDCOMP_OK;
+    u8* header = out.base();
+    const std::int64_t count = Codec::requestCount(loadI32(header + 68));
+    const std::int32_t stride = loadI32(header + 72);
+    if (Status s = checkRecords(count, stride, bodyLen)) return s;
+    Codec::beginRequestBody(out, count);
+    Codec::packRecords(layout, InView(body, bodyLen), count, stride, out, params);
+    if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    header[8] |= 1;
+    return TRDCOMP_OK;
+  }
+
+  static std::int64_t requestBodyBound(const records::Layout& layout, std::int32_t count,
+                                       std::int32_t stride, int bodyLen, const Params& params) {
+    if (layout.opaque) return 0;
+    if (bodyLen >= 0 && static_cast<std::uint32_t>(bodyLen) < layout.size) return bodyLen;
+    if (!Codec::sendsRecords(params)) return 0;
+    return sizePlus(Codec::requestPrefixBound,
+                    Codec::recordsBound(layout, Codec::requestCount(count), stride));
+  }
+
+  static Status restoreRequest(const records::Layout& layout, const InView& in, char** out,
+                               int& outLen, const Params& params, const RestoreOptions& options) {
+    if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+    const u8 flags = in.at(8);
+    if ((flags & 2) && !Codec::keepsSectionBit(layout)) return TRDCOMP_ERROR_SECTION_BIT;
+    const std::int32_t count = in.i32(68);
+    // Packed records start at the header length the sender wrote, raw ones always at 76; either
+    // way a count that the input cannot hold is refused before anything is allocated.
+    const std::int64_t pos = in.u32(0);
+    const bool packed = flags & 1;
+    if (!packed) {
+      if (Status s = checkRawRequest(in, count, in.i32(72))) return s;
+    } else if (Codec::sendsRecords(params) && count > 0 &&
+               Codec::leastPackedBytes(count) > in.size() - pos) {
+      return TRDCOMP_ERROR_COUNT_BEYOND_INPUT;
+    }
+    const std::int64_t size = layout.size;
+    std::int64_t length;
+    if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
+      return s;
+    // Packed requests hold their count (checked above); raw records of no size carry nothing.
+    const bool fresh = !packed && in.i32(72) <= 0 && freshPages(count, 0, size);
+    u8* o = startRestore(in, length, kRequestSlack, kRequestHeader, fresh);
+    if (!o) return TRDCOMP_ERROR_ALLOCATION;
+    // From here on the buffer is the caller's, also when a refusal follows.
+    *out = reinterpret_cast<char*>(o);
+    outLen = static_cast<int>(length);
+    RecordArea area(o + kRequestHeader, o + length + kRequestSlack, fresh);
+    Status s = TRDCOMP_OK;
+    if (!packed)
+      copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size, area, options);
+    else if (Codec::sendsRecords(params))
+      s = Codec::restoreRequestRecords(layout, in, pos, o + kRequestHeader, count, area, params,
+                                       options);
+    area.finish();
+    if (s == TRDCOMP_OK) finishRequestHeader(o, layout.size);
+    return s;
+  }
+
+  static Status packAnswer(const records::AnswerLayout& layout, OutBuffer& out,
+                           const tagANS_Proc& proc, char* const sections[5], const Params& params) {
+    if (!Codec::sendsRecords(params)) return TRDCOMP_OK;
+    // A negative count packs no records (the header keeps it, and a restore refuses it).
+    for (int s = 0; s < layout.sectionCount; ++s) {
+      if (Status st = checkRecords(proc.recCount[s], proc.recSize[s], INT64_MAX)) return st;
+      if (!sections[s] && proc.recCount[s] > 0 && proc.recSize[s] > 0)
+        return TRDCOMP_ERROR_NULL_ARGUMENT;
+    }
+    Codec::beginAnswerBody(layout, proc, out);
+    for (int s = 0; s < layout.sectionCount; ++s) {
+      const std::int64_t count = proc.recCount[s], size = proc.recSize[s];
+      const InView records(sections[s], std::max<std::int64_t>(0, count * size));
+      if (Status st = Codec::packSection(*layout.sections[s], records, count, size, out, params))
+        return st;
+    }
+    if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    out.base()[8] |= Codec::answerFlags(layout);
+    return TRDCOMP_OK;
+  }
+
+  static std::int64_t answerBodyBound(const records::AnswerLayout& layout, const tagANS_Proc& proc,
+                                      const Params& params) {
+    if (!Codec::sendsRecords(params)) return 0;
+    std::int64_t most = Codec::answerPrefixBound(layout);
+    for (int s = 0; s < layout.sectionCount; ++s)
+      most = sizePlus(most,
+                      Codec::sectionBound(*layout.sections[s], proc.recCount[s], proc.recSize[s]));
+    return most;
+  }
+
+  static Status restoreAnswer(const records::AnswerLayout& layout, const InView& in, char** out,
+                              int& outLen, const Params& params, const RestoreOptions& options) {
+    if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+    const SectionPlan plan = Codec::planAnswer(layout, in);
+    std::int64_t length = kAnswerHeader + plan.tableBytes();
+    for (int s = 0; s < plan.sections; ++s) {
+      if (Status st = restoredLength(plan.counts[s], layout.sections[s]->size, length, plan.slack,
+                                     options, length)) {
+        outLen = 0;
+        return st;
+      }
+    }
+    std::int64_t claimed = 0, smallest = INT64_MAX;
+    for (int s = 0; s < plan.sections; ++s) {
+      claimed += plan.counts[s];
+      smallest = std::min<std::int64_t>(smallest, layout.sections[s]->size);
+    }
+    const std::int64_t present =
+        std::max<std::int64_t>(0, in.size() - plan.pos) / Codec::leastRecordBytes(in);
+    const bool fresh = freshPages(claimed, present, smallest);
+    u8* o = startRestore(in, length, plan.slack, kAnswerHeader, fresh);
+    *out = reinterpret_cast<char*>(o);
+    outLen = o ? static_cast<int>(length) : 0;
+    if (!o) return TRDCOMP_ERROR_ALLOCATION;
+    writeRestoredTable(o, layout, plan);
+    u8* const first = o + kAnswerHeader + plan.tableBytes();
+    RecordArea area(first, o + length + plan.slack, fresh);
+    // A refusal leaves the buffer in *out, for the caller to release.
+    const Status st = Codec::restoreSections(layout, plan, in, first, area, params, options);
+    area.finish();
+    if (st == TRDCOMP_OK) finishAnswerHeader(o, layout, plan);
+    return st;
+  }
+};
+
+// The table row of a codec policy.
+template <class Codec>
+constexpr CodecOps opsOf(int index, bool sectionTableAhead) {
+  using F = MessageFraming<Codec>;
+  return CodecOps{index,
+                  sectionTableAhead,
+                  &F::packRequest,
+                  &F::requestBodyBound,
+                  &F::restoreRequest,
+                  &F::packAnswer,
+                  &F::answerBodyBound,
+                  &F::restoreAnswer};
+}
+
+}  // namespace trdcomp::framing
