@@ -126,7 +126,28 @@ struct Codec2008 {
 
   // Records are read only while the position lies inside the message; the rest stay zero and
   // are never visited. Raw records of no size (or a negative one) carry nothing.
-  static std::int64_t leastRecordBytes(const InView& in) { return (in.at(8) & 1) ? 4 : 1; }
+  // How many records the input reaches: the framing's walk without the decoding. A length that
+  // jumps past the end, or raw records of no size, end it as they end the restore.
+  static std::int64_t recordsPresent(const records::AnswerLayout&, const SectionPlan& plan,
+                                     const InView& in) {
+    std::int64_t pos = plan.pos, present = 0;
+    const bool packed = in.at(8) & 1;
+    for (int s = 0; s < plan.sections; ++s) {
+      const std::int32_t count = plan.counts[s], senderSize = plan.senderSizes[s];
+      if (packed) {
+        for (std::int32_t i = 0; i < count && in.has(pos); ++i, ++present)
+          pos += 4 + static_cast<std::int64_t>(in.u32(pos));
+      } else if (senderSize < 0) {
+        break;
+      } else if (senderSize > 0 && in.has(pos) && count > 0) {
+        const std::int64_t reached =
+            std::min<std::int64_t>(count, (in.size() - pos + senderSize - 1) / senderSize);
+        present += reached;
+        pos += reached * senderSize;
+      }
+    }
+    return present;
+  }
 
   static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
                                 const InView& in, u8* record, RecordArea& area,

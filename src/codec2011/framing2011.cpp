@@ -261,7 +261,25 @@ struct Codec2011 {
     return plan;
   }
 
-  static std::int64_t leastRecordBytes(const InView&) { return 2; }
+  // How many blocks the input reaches: the framing's walk without the decoding (a dictionary's
+  // entries count too). A block length that jumps past the end ends it as it ends the restore.
+  static std::int64_t recordsPresent(const records::AnswerLayout& layout, const SectionPlan& plan,
+                                     const InView& in) {
+    std::int64_t pos = plan.pos, present = 0;
+    const auto blocks = [&](std::int64_t count) {
+      for (std::int64_t i = 0; i < count && in.has(pos); ++i, ++present) pos += 2 + in.u16(pos);
+    };
+    for (int s = 0; s < plan.sections; ++s) {
+      if (layout.sections[s]->dictionary) {
+        const std::uint16_t entries = in.u16(pos);
+        pos += 2;
+        blocks(entries);
+      }
+      if (!plan.multi || layout.sections[s]->dictionary) pos += 2;  // the section's count
+      blocks(plan.counts[s]);
+    }
+    return present;
+  }
 
   static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
                                 const InView& in, u8* record, RecordArea& area,

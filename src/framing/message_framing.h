@@ -16,7 +16,7 @@
 //   beginAnswerBody(layout, proc, out), answerPrefixBound(layout), answerFlags(layout)
 //   packSection(layout, records, count, stride, out, params), sectionBound(...)
 //   planAnswer(layout, in)              the sections a message restores into
-//   leastRecordBytes(in)                the fewest input bytes an answer record takes
+//   recordsPresent(layout, plan, in)    how many records the input reaches (a walk, no decoding)
 //   restoreSections(layout, plan, in, first, area, params, options)
 //
 // A codec is then one file: its policy and `const CodecOps kCodecN = opsOf<Policy>(index)`.
@@ -53,10 +53,11 @@ void writeSectionTable(u8* at, std::int64_t size, int pairs, const std::int32_t*
 // zero pages: the pages of the records a message claims but does not hold are never touched.
 constexpr std::int64_t kFreshPages = 256 * 1024;
 
-// Whether `claimed` records of at least `size` bytes, of which the input holds at most `present`,
-// leave so much of the buffer untouched that it should come as fresh zero pages.
+// Whether a buffer of `claimed` bytes of records, of which the input reaches at most `present`
+// records of at most `size` bytes, leaves so much untouched that it should come as fresh zero
+// pages.
 constexpr bool freshPages(std::int64_t claimed, std::int64_t present, std::int64_t size) {
-  return claimed > present && sizeTimes(claimed - present, size) >= kFreshPages;
+  return claimed - sizeTimes(present, size) >= kFreshPages;
 }
 
 // A new buffer of `length` + `slack` bytes holding the first `header` bytes of the message
@@ -121,7 +122,7 @@ struct MessageFraming {
     if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
       return s;
     // Packed requests hold their count (checked above); raw records of no size carry nothing.
-    const bool fresh = !packed && in.i32(72) <= 0 && freshPages(count, 0, size);
+    const bool fresh = !packed && in.i32(72) <= 0 && freshPages(count * size, 0, size);
     u8* o = startRestore(in, length, kRequestSlack, kRequestHeader, fresh);
     if (!o) return TRDCOMP_ERROR_ALLOCATION;
     // From here on the buffer is the caller's, also when a refusal follows.
@@ -182,14 +183,11 @@ struct MessageFraming {
         return st;
       }
     }
-    std::int64_t claimed = 0, smallest = INT64_MAX;
-    for (int s = 0; s < plan.sections; ++s) {
-      claimed += plan.counts[s];
-      smallest = std::min<std::int64_t>(smallest, layout.sections[s]->size);
-    }
-    const std::int64_t present =
-        std::max<std::int64_t>(0, in.size() - plan.pos) / Codec::leastRecordBytes(in);
-    const bool fresh = freshPages(claimed, present, smallest);
+    std::int64_t largest = 0;
+    for (int s = 0; s < plan.sections; ++s)
+      largest = std::max<std::int64_t>(largest, layout.sections[s]->size);
+    const std::int64_t present = Codec::recordsPresent(layout, plan, in);
+    const bool fresh = freshPages(length - kAnswerHeader - plan.tableBytes(), present, largest);
     u8* o = startRestore(in, length, plan.slack, kAnswerHeader, fresh);
     *out = reinterpret_cast<char*>(o);
     outLen = o ? static_cast<int>(length) : 0;
