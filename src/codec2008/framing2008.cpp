@@ -13,16 +13,21 @@ namespace {
 
 constexpr int kSectionTableSlack = 1024;  // behind a restored multi-section answer
 
-// Decodes a packed record into its zeroed slot and keeps the slots zero behind it: a decode cap
-// may run past the record, into the next one, which is zeroed again before it is decoded.
+// Decodes a packed record into its slot and keeps the slots zero behind it: a decode cap may run
+// past the record, into the next one, which is zeroed again before it is decoded. A layout that
+// fills its records is decoded over whatever the slot holds.
 struct RecordWriter {
   RecordArea& area;
   std::int64_t dirty = 0;  // bytes written past the previous record
 
   void decode(const records::Layout& layout, const InView& in, std::int64_t pos, u8* record,
               char flag) {
-    area.prepare(record, layout.reach);
-    if (dirty > 0) std::memset(record, 0, static_cast<std::size_t>(dirty));
+    if (layout.fills) {
+      area.claim(record, layout.size);  // the decoding writes every byte, whatever was there
+    } else {
+      area.prepare(record, layout.reach);
+      if (dirty > 0) std::memset(record, 0, static_cast<std::size_t>(dirty));
+    }
     const std::int64_t packed = static_cast<std::int32_t>(in.u32(pos));
     const std::int64_t reach =
         records::decode2008(layout, in.from(pos + 4), packed, record, area.end() - record, flag);

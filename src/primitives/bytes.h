@@ -6,6 +6,13 @@
 #include <cstring>
 #include <utility>
 
+// For the bodies of the record interpreters' loops: a call per field costs more than the field.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define TRDCOMP_INLINE __forceinline
+#else
+#define TRDCOMP_INLINE inline __attribute__((always_inline))
+#endif
+
 namespace trdcomp {
 
 using u8 = unsigned char;

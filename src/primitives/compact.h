@@ -7,6 +7,7 @@
 // through a bounded view) share one implementation of every format.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -167,6 +168,67 @@ std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_
   std::memcpy(dst, from, static_cast<std::size_t>(j));
   return j;
 }
+
+#if defined(__SSE2__) || defined(_M_X64)
+// The first zero among the first k bytes at `from`, or k; reads 32 bytes when k <= 32.
+TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
+  if (k <= 32) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
+    std::uint32_t ends = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
+                         static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero)))
+                             << 16;
+    if (k < 32) ends |= ~std::uint32_t(0) << k;
+    return std::countr_zero(ends);
+  }
+  const void* z = std::memchr(from, 0, static_cast<std::size_t>(k));
+  return z ? static_cast<const u8*>(z) - from : k;
+}
+
+// Writes all `width` bytes of a field: the first j bytes from `from`, zeros after. Every byte
+// of [from, from + max(width, 16)) may be read, and only [dst, dst + width) is written: 16-byte
+// chunks masked to the text, the last one overlapping the one before (wide fields: a copy and a
+// fill).
+TRDCOMP_INLINE void fillField(u8* dst, const u8* from, std::int64_t j, std::int64_t width) {
+  if (width > 128) {  // wide: the library's copy and fill are faster than a loop of chunks
+    std::memcpy(dst, from, static_cast<std::size_t>(j));
+    std::memset(dst + j, 0, static_cast<std::size_t>(width - j));
+    return;
+  }
+  if (width >= 16) {
+    const __m128i iota = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    auto chunk = [&](std::int64_t off) {
+      const std::int64_t keep = std::clamp<std::int64_t>(j - off, 0, 16);
+      const __m128i mask = _mm_cmpgt_epi8(_mm_set1_epi8(static_cast<char>(keep)), iota);
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + off));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + off), _mm_and_si128(v, mask));
+    };
+    std::int64_t off = 0;
+    for (; off + 16 <= width; off += 16) chunk(off);
+    if (off < width) chunk(width - 16);
+    return;
+  }
+  auto word = [&](std::int64_t off, int bytes) {
+    const std::int64_t keep = std::clamp<std::int64_t>(j - off, 0, bytes);
+    const std::uint64_t mask = keep >= 8 ? ~0ull : (std::uint64_t(1) << (8 * keep)) - 1;
+    if (bytes == 8) {
+      storeU64(dst + off, loadU64(from + off) & mask);
+    } else {
+      storeU32(dst + off, loadU32(from + off) & static_cast<std::uint32_t>(mask));
+    }
+  };
+  if (width >= 8) {
+    word(0, 8);
+    word(width - 8, 8);
+  } else if (width >= 4) {
+    word(0, 4);
+    word(width - 4, 4);
+  } else {
+    for (std::int64_t i = 0; i < width; ++i) dst[i] = i < j ? from[i] : 0;
+  }
+}
+#endif
 
 // Copies k bytes of text with bounded-copy semantics: the copy stops at a zero byte of the
 // source and the rest of the k bytes is filled with zeros.

@@ -67,6 +67,14 @@ class RecordArea {
     std::memset(clean_, 0, static_cast<std::size_t>(to - clean_));
     clean_ = to;
   }
+  // Bytes [record, record + size) are written whole by the caller: only what lies before them
+  // is cleared.
+  void claim(u8* record, std::int64_t size) {
+    if (zeroed_) return;
+    prepare(record, 0);
+    u8* to = size < end_ - record ? record + size : end_;
+    if (to > clean_) clean_ = to;
+  }
   void finish() { prepare(end_, 0); }
 
  private:

@@ -109,10 +109,12 @@ struct Spill {
   }
 };
 
-// Decodes one field at `pos` into a zero record; `record` has `room` writable bytes.
-template <class In>
-void decodeField(const Field& f, const In& in, std::int64_t& pos, u8* record, std::int64_t room,
-                 std::int64_t base, char flag, Spill& spill) {
+// Decodes one field at `pos`; `record` has `room` writable bytes. Into a zero record, a field
+// writes only what it holds; with kFill, it writes every byte of its width (texts and blocks
+// padded with zeros), so that the record need not be zeroed first.
+template <bool kFill, class In>
+TRDCOMP_INLINE void decodeField(const Field& f, const In& in, std::int64_t& pos, u8* record,
+                                std::int64_t room, std::int64_t base, char flag, Spill& spill) {
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
   switch (f.kind) {
@@ -120,14 +122,33 @@ void decodeField(const Field& f, const In& in, std::int64_t& pos, u8* record, st
     case Kind::Text:
     case Kind::ShortText: {
       std::int32_t length = compact::readInt(in, pos);
-      if (length < 1) return;
+#if defined(__SSE2__) || defined(_M_X64)
+      if constexpr (kFill && requires { In::kWordLoads; }) {
+        // The text and its zero padding in whole-word stores: no byte is written twice.
+        const u8* from = in.ptr(pos);
+        const std::int64_t cap = f.kind == Kind::Text ? f.cap : f.width - 1;
+        const std::int64_t j =
+            length < 1 ? 0 : compact::textEnd(from, std::min<std::int64_t>(length, cap));
+        compact::fillField(dst, from, j, f.width);
+        if (length > 0) pos += length;
+        return;
+      }
+#endif
+      if (length < 1) {
+        if constexpr (kFill) std::memset(dst, 0, f.width);
+        return;
+      }
       // A text keeps up to its cap (the width unless the row says otherwise); a short string
       // keeps one byte less so that it always ends in zero.
       std::int64_t cap = f.kind == Kind::Text ? f.cap : f.width - 1;
       std::int64_t k = std::min<std::int64_t>({length, cap, room - at});
       const std::int64_t copied = compact::copyTextPrefix(in, pos, dst, k);
-      spill.clear(record, at + copied, at + k);
-      spill.wrote(at + f.width, at + copied);
+      if constexpr (kFill) {
+        std::memset(dst + copied, 0, static_cast<std::size_t>(f.width - copied));
+      } else {
+        spill.clear(record, at + copied, at + k);
+        spill.wrote(at + f.width, at + copied);
+      }
       pos += length;
       return;
     }
@@ -137,6 +158,15 @@ void decodeField(const Field& f, const In& in, std::int64_t& pos, u8* record, st
       if (f.kind == Kind::CountedBlock)
         limit = std::clamp<std::int64_t>(loadI32(record + f.countOffset), 0, f.width);
       std::int32_t length = compact::readInt(in, pos);
+#if defined(__SSE2__) || defined(_M_X64)
+      if constexpr (kFill && requires { In::kWordLoads; }) {
+        const std::int64_t n = length < 1 ? 0 : std::min<std::int64_t>(length, limit);
+        compact::fillField(dst, in.ptr(pos), n, f.width);
+        if (length > 0) pos += length;
+        return;
+      }
+#endif
+      if constexpr (kFill) std::memset(dst, 0, f.width);
       if (length < 1) return;
       in.copyAvailable(dst, pos, std::min<std::int64_t>(length, limit));
       pos += length;
@@ -192,37 +222,77 @@ constexpr std::int64_t fieldSpan(const Field& f) {
   }
 }
 
-template <Reads kReads>
-void decodeOne(const Field& f, const InView& in, std::int64_t& pos, u8* record, std::int64_t room,
-               std::int64_t base, char flag, Spill& spill) {
+template <Reads kReads, bool kFill>
+TRDCOMP_INLINE void decodeOne(const Field& f, const InView& in, std::int64_t& pos, u8* record,
+                              std::int64_t room, std::int64_t base, char flag, Spill& spill) {
   if (kReads == Reads::Inside || (kReads == Reads::PerField && in.size() - pos >= fieldSpan(f)))
-    decodeField(f, InsideBytes{{in.data()}}, pos, record, room, base, flag, spill);
+    decodeField<kFill>(f, InsideBytes{{in.data()}}, pos, record, room, base, flag, spill);
   else
-    decodeField(f, in, pos, record, room, base, flag, spill);
+    decodeField<kFill>(f, in, pos, record, room, base, flag, spill);
 }
 
-template <Reads kReads>
+// A fill decoding that stops before the last field (the record ran out of bytes) reports it
+// with this instead of the reach: the caller zeroes the record and decodes it the plain way.
+constexpr std::int64_t kUnfilled = -1;
+
+// Decodes the fields of a record. Without kFill the record must be zero and is written where
+// the input holds fields; with kFill (layouts that fill their records) every byte is written,
+// or kUnfilled comes back.
+template <Reads kReads, bool kFill>
 std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t available,
                           u8* record, std::int64_t room, char flag) {
   std::int64_t pos = 0;
   Spill spill;
   spill.reach = layout.size;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
-    if (pos >= available) return spill.reach;
+    if (pos >= available) return kFill ? kUnfilled : spill.reach;
+    if (kReads == Reads::Inside && f->run > 1 && pos + f->run <= available) {
+      // Chars end to end travel as they lie: one copy for the run.
+      std::memcpy(record + f->offset, in.ptr(pos), f->run);
+      pos += f->run;
+      f += f->run - 1;
+      continue;
+    }
     if (f->kind != Kind::Group) {
-      decodeOne<kReads>(*f, in, pos, record, room, 0, flag, spill);
+      decodeOne<kReads, kFill>(*f, in, pos, record, room, 0, flag, spill);
       continue;
     }
     const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
     for (std::int64_t e = 0; e < n; ++e) {
       for (std::uint16_t m = 1; m <= f->members; ++m) {
-        if (pos >= available) return spill.reach;
-        decodeOne<kReads>(f[m], in, pos, record, room, f->offset + e * f->stride, flag, spill);
+        if (pos >= available) return kFill ? kUnfilled : spill.reach;
+        decodeOne<kReads, kFill>(f[m], in, pos, record, room, f->offset + e * f->stride, flag,
+                                 spill);
       }
     }
+    // The entries past the count restore as zeros.
+    if constexpr (kFill)
+      std::memset(record + f->offset + n * f->stride, 0,
+                  static_cast<std::size_t>((f->repeat - n) * f->stride));
     f += f->members;
   }
   return spill.reach;
+}
+
+// Records near the end of the input are copied, with the bytes that follow them in the input,
+// into a buffer padded with zeros: there they read as they would through the checked view (a
+// byte past the input reads as zero) but without a check per field.
+constexpr std::int64_t kPadded = 2048;
+
+template <bool kFill>
+std::int64_t decodeRecord(const Layout& layout, const InView& in, std::int64_t available,
+                          u8* record, std::int64_t room, char flag) {
+  if (insideForDecode2008(layout, in, available))
+    return decodeFields<Reads::Inside, kFill>(layout, in, available, record, room, flag);
+  if (available >= 0 && available + layout.readSpan <= kPadded) {
+    u8 padded[kPadded];
+    const std::int64_t held = std::min<std::int64_t>(in.size(), available + layout.readSpan);
+    in.copyAvailable(padded, 0, held);
+    std::memset(padded + held, 0, static_cast<std::size_t>(available + layout.readSpan - held));
+    return decodeFields<Reads::Inside, kFill>(layout, InView(padded, available + layout.readSpan),
+                                              available, record, room, flag);
+  }
+  return decodeFields<Reads::PerField, kFill>(layout, in, available, record, room, flag);
 }
 
 }  // namespace
@@ -257,9 +327,12 @@ bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t av
 
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag) {
-  if (insideForDecode2008(layout, in, available))
-    return decodeFields<Reads::Inside>(layout, in, available, record, room, flag);
-  return decodeFields<Reads::PerField>(layout, in, available, record, room, flag);
+  if (layout.fills) {
+    const std::int64_t reach = decodeRecord<true>(layout, in, available, record, room, flag);
+    if (reach != kUnfilled) return reach;
+    std::memset(record, 0, layout.size);
+  }
+  return decodeRecord<false>(layout, in, available, record, room, flag);
 }
 
 std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
@@ -268,7 +341,7 @@ std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* 
 
 std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
                                u8* record, std::int64_t room, char flag) {
-  return decodeFields<Reads::Checked>(layout, in, available, record, room, flag);
+  return decodeFields<Reads::Checked, false>(layout, in, available, record, room, flag);
 }
 
 }  // namespace trdcomp::records

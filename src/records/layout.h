@@ -54,6 +54,9 @@ struct Field {
   std::uint16_t repeat = 0;       // group: most entries
   std::uint32_t stride = 0;       // group: bytes per entry
   std::uint32_t countOffset = 0;  // group, counted block: the int32 that counts
+  // Top-level chars: how many chars lie end to end from here on (this one included), read and
+  // written as one run of bytes.
+  std::uint16_t run = 1;
 
   // 2011 Fast codec. A field without a first-record default is always written in the first
   // record of a message or section, so that any peer reads it whatever default it assumes.
@@ -75,6 +78,10 @@ struct Layout {
   // cap or a block's width; 4 + 32 at least, for texts loaded 32 bytes at a time): a record
   // whose input holds this many bytes past its packed length is read without checking a byte.
   std::uint32_t readSpan = 36;
+  // The 2008 decoder writes every byte of the record itself, so that the record need not be
+  // zeroed first: the fields tile the record exactly (no gap, no overlap), no text has a decode
+  // cap other than its width, and every group's count is decoded ahead of the group.
+  bool fills = false;
   const Field* fields = nullptr;
   std::uint16_t fieldCount = 0;
   bool rotated = false;          // encoding order is not ascending offset
@@ -401,6 +408,39 @@ constexpr RowFlags applyAttributes(std::string_view text, Field* fields, std::si
   return flags;
 }
 
+// Whether the top-level fields (a group as one span of all its entries) cover [0, size) exactly,
+// without overlap, with every text's decode cap equal to its width and every group's count
+// field placed ahead of the group.
+constexpr bool tiles(const Field* fields, std::size_t n, std::uint32_t size) {
+  std::uint64_t covered = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const Field& f = fields[i];
+    const std::uint64_t lo = f.offset, hi = lo + f.width;
+    if (hi > size) return false;
+    covered += f.width;
+    for (std::size_t k = 0; k < i; ++k) {
+      const Field& g = fields[k];
+      if (lo < std::uint64_t(g.offset) + g.width && g.offset < hi) return false;
+      if (g.kind == Kind::Group) k += g.members;
+    }
+    if (f.kind == Kind::Text && f.cap != f.width) return false;
+    if (f.kind == Kind::Group) {
+      bool counted = false;
+      for (std::size_t k = 0; k < i; ++k) {
+        counted = counted || (fields[k].offset == f.countOffset && fields[k].kind == Kind::Int32);
+        if (fields[k].kind == Kind::Group) k += fields[k].members;
+      }
+      if (!counted) return false;
+      for (std::uint16_t m = 1; m <= f.members; ++m)
+        if (fields[i + m].kind == Kind::Group || fields[i + m].kind == Kind::CountedBlock ||
+            (fields[i + m].kind == Kind::Text && fields[i + m].cap != fields[i + m].width))
+          return false;
+      i += f.members;
+    }
+  }
+  return covered == size;
+}
+
 constexpr std::size_t countFields(std::string_view text) {
   std::size_t n = 0;
   walk(text, [&](const Field&) { ++n; });
@@ -426,6 +466,19 @@ constexpr void parseRow(const LayoutRow& row, Field* first, Sink&& sink) {
     ++n;
   });
   detail::applyAttributes(row.attributes, first, n);
+  for (std::size_t i = n; i-- > 0;) {
+    Field& f = first[i];
+    const bool grouped = i > 0 && [&] {
+      for (std::size_t k = 0; k < i; ++k) {
+        if (first[k].kind == Kind::Group && i <= k + first[k].members) return true;
+        if (first[k].kind == Kind::Group) k += first[k].members;
+      }
+      return false;
+    }();
+    if (f.kind == Kind::Char && !grouped && i + 1 < n && first[i + 1].kind == Kind::Char &&
+        first[i + 1].offset == f.offset + 1)
+      f.run = static_cast<std::uint16_t>(first[i + 1].run + 1);
+  }
 }
 
 // The layout of a row whose parsed fields start at `fields`.
@@ -463,6 +516,7 @@ constexpr Layout bindLayout(const LayoutRow& row, const Field* fields) {
     if (grouped) f += f->members;
   }
   if (l.dictionary && l.fastFields[1] == 0) detail::fail("attributes: empty dictionary");
+  l.fills = !l.opaque && detail::tiles(fields, n, row.size);
   return l;
 }
 
