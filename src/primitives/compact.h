@@ -197,10 +197,12 @@ TRDCOMP_INLINE void fillField(u8* dst, const u8* from, std::int64_t j, std::int6
     return;
   }
   if (width >= 16) {
-    const __m128i iota = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    // 16 bytes from kKeep + 16 - keep: `keep` bytes of ones, then zeros.
+    alignas(16) static constexpr u8 kKeep[32] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
     auto chunk = [&](std::int64_t off) {
       const std::int64_t keep = std::clamp<std::int64_t>(j - off, 0, 16);
-      const __m128i mask = _mm_cmpgt_epi8(_mm_set1_epi8(static_cast<char>(keep)), iota);
+      const __m128i mask = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeep + 16 - keep));
       const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + off));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + off), _mm_and_si128(v, mask));
     };

@@ -27,6 +27,19 @@ struct WholeRecord {
   void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n > 0) std::memcpy(dst, view.data() + from, static_cast<std::size_t>(n));
   }
+#if defined(__SSE2__) || defined(_M_X64)
+  // A text shorter than 32 bytes with 32 bytes of the record from its start: found with one
+  // scan and copied with a few moves. Returns the bytes written, or -1 to take the general way.
+  std::int64_t shortText(std::int64_t i, u8* out) const {
+    if (view.size() - i < 32) return -1;
+    const u8* p = view.data() + i;
+    const std::int64_t n = compact::textEnd(p, 32);
+    if (n == 32) return -1;
+    const int k = compact::writeInt(out, static_cast<std::int32_t>(n));
+    compact::copySmall(out + k, p, n);
+    return k + n;
+  }
+#endif
 };
 
 // Writes the text or bytes [at, at + n) of the record behind a compact length.
@@ -37,9 +50,33 @@ std::uint32_t writeCounted(const Record& record, std::int64_t at, std::int64_t n
   return static_cast<std::uint32_t>(k + n);
 }
 
+template <Kind K, class Record>
+TRDCOMP_INLINE std::uint32_t encodeNumber(const Record& record, std::int64_t at, u8* out,
+                                          char flag) {
+  if constexpr (K == Kind::Int32) {
+    if (flag == 0) return static_cast<std::uint32_t>(compact::writeInt(out, record.i32(at)));
+    if (flag == 1) return static_cast<std::uint32_t>(compact::writeInt64(out, record.i32(at)));
+    return 0;
+  } else if constexpr (K == Kind::Int64) {
+    return static_cast<std::uint32_t>(compact::writeInt64(out, record.i64(at)));
+  } else {
+    return static_cast<std::uint32_t>(compact::writeInt64(out, priceUnits(record.f64(at))));
+  }
+}
+
+// Encodes a run of n numbers of kind K laid end to end from `at`; returns the bytes written.
+template <Kind K, class Record>
+TRDCOMP_INLINE std::uint32_t encodeNumbers(const Record& record, std::int64_t at, int n, u8* out,
+                                           char flag) {
+  constexpr int kWidth = K == Kind::Int32 ? 4 : 8;
+  u8* p = out;
+  for (int k = 0; k < n; ++k) p += encodeNumber<K>(record, at + k * kWidth, p, flag);
+  return static_cast<std::uint32_t>(p - out);
+}
+
 template <class Record>
-std::uint32_t encodeField(const Field& f, const Record& record, std::int64_t base, u8* out,
-                          char flag) {
+TRDCOMP_INLINE std::uint32_t encodeField(const Field& f, const Record& record, std::int64_t base,
+                                         u8* out, char flag) {
   std::int64_t at = base + f.offset;
   switch (f.kind) {
     case Kind::Char: out[0] = record.at(at); return 1;
@@ -48,15 +85,17 @@ std::uint32_t encodeField(const Field& f, const Record& record, std::int64_t bas
       // Measured up to the terminator, not bounded by the width: a text that fills its array
       // runs on into the next field, exactly as peers send it. The record's end ends it too, so
       // an unterminated body costs its own size, never the rest of the body.
+#if defined(__SSE2__) || defined(_M_X64)
+      if constexpr (requires { record.shortText(at, out); }) {
+        const std::int64_t n = record.shortText(at, out);
+        if (n >= 0) return static_cast<std::uint32_t>(n);
+      }
+#endif
       return writeCounted(record, at, record.textLength(at), out);
     case Kind::Block: return writeCounted(record, at, f.width, out);
-    case Kind::Int32:
-      if (flag == 0) return static_cast<std::uint32_t>(compact::writeInt(out, record.i32(at)));
-      if (flag == 1) return static_cast<std::uint32_t>(compact::writeInt64(out, record.i32(at)));
-      return 0;
-    case Kind::Int64: return static_cast<std::uint32_t>(compact::writeInt64(out, record.i64(at)));
-    case Kind::Double:
-      return static_cast<std::uint32_t>(compact::writeInt64(out, priceUnits(record.f64(at))));
+    case Kind::Int32: return encodeNumber<Kind::Int32>(record, at, out, flag);
+    case Kind::Int64: return encodeNumber<Kind::Int64>(record, at, out, flag);
+    case Kind::Double: return encodeNumber<Kind::Double>(record, at, out, flag);
     case Kind::CountedBlock:
       return writeCounted(
           record, at, std::clamp<std::int64_t>(record.i32(base + f.countOffset), 0, f.width), out);
@@ -108,6 +147,32 @@ struct Spill {
     to = std::max(to, end);
   }
 };
+
+// Decodes a number of kind K at `pos` into dst.
+template <Kind K, class In>
+TRDCOMP_INLINE void decodeNumber(const In& in, std::int64_t& pos, u8* dst, char flag) {
+  if constexpr (K == Kind::Int32) {
+    storeI32(dst, flag == 0 ? compact::readInt(in, pos)
+                            : static_cast<std::int32_t>(compact::readInt64(in, pos)));
+  } else if constexpr (K == Kind::Int64) {
+    storeU64(dst, static_cast<std::uint64_t>(compact::readInt64(in, pos)));
+  } else {
+    storeF64(dst, static_cast<double>(compact::readInt64(in, pos)) / 10000.0);
+  }
+}
+
+// Decodes a run of `n` numbers of kind K laid end to end from dst, while `pos` stays before
+// `available`; returns whether the run was read whole.
+template <Kind K>
+TRDCOMP_INLINE bool decodeNumbers(const InsideBytes& in, std::int64_t& pos, std::int64_t available,
+                                  u8* dst, int n, char flag) {
+  constexpr int kWidth = K == Kind::Int32 ? 4 : 8;
+  for (int k = 0; k < n; ++k) {
+    if (pos >= available) return false;
+    decodeNumber<K>(in, pos, dst + k * kWidth, flag);
+  }
+  return true;
+}
 
 // Decodes one field at `pos`; `record` has `room` writable bytes. Into a zero record, a field
 // writes only what it holds; with kFill, it writes every byte of its width (texts and blocks
@@ -172,18 +237,9 @@ TRDCOMP_INLINE void decodeField(const Field& f, const In& in, std::int64_t& pos,
       pos += length;
       return;
     }
-    case Kind::Int32: {
-      std::int32_t v = flag == 0 ? compact::readInt(in, pos)
-                                 : static_cast<std::int32_t>(compact::readInt64(in, pos));
-      storeI32(dst, v);
-      return;
-    }
-    case Kind::Int64:
-      storeU64(dst, static_cast<std::uint64_t>(compact::readInt64(in, pos)));
-      return;
-    case Kind::Double:
-      storeF64(dst, static_cast<double>(compact::readInt64(in, pos)) / 10000.0);
-      return;
+    case Kind::Int32: decodeNumber<Kind::Int32>(in, pos, dst, flag); return;
+    case Kind::Int64: decodeNumber<Kind::Int64>(in, pos, dst, flag); return;
+    case Kind::Double: decodeNumber<Kind::Double>(in, pos, dst, flag); return;
     case Kind::Group: return;
   }
 }
@@ -192,6 +248,21 @@ template <class Record>
 std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, char flag) {
   u8* p = out;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+    if (f->run > 1) {
+      // Chars end to end travel as they lie; numbers end to end in one loop of their kind.
+      switch (f->kind) {
+        case Kind::Char: record.copyOut(p, f->offset, f->run), p += f->run; break;
+        case Kind::Int32:
+          p += encodeNumbers<Kind::Int32>(record, f->offset, f->run, p, flag);
+          break;
+        case Kind::Int64:
+          p += encodeNumbers<Kind::Int64>(record, f->offset, f->run, p, flag);
+          break;
+        default: p += encodeNumbers<Kind::Double>(record, f->offset, f->run, p, flag); break;
+      }
+      f += f->run - 1;
+      continue;
+    }
     if (f->kind != Kind::Group) {
       p += encodeField(*f, record, 0, p, flag);
       continue;
@@ -246,12 +317,28 @@ std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t a
   spill.reach = layout.size;
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
     if (pos >= available) return kFill ? kUnfilled : spill.reach;
-    if (kReads == Reads::Inside && f->run > 1 && pos + f->run <= available) {
-      // Chars end to end travel as they lie: one copy for the run.
-      std::memcpy(record + f->offset, in.ptr(pos), f->run);
-      pos += f->run;
-      f += f->run - 1;
-      continue;
+    if (kReads == Reads::Inside && f->run > 1) {
+      if (f->kind == Kind::Char && pos + f->run <= available) {
+        // Chars end to end travel as they lie: one copy for the run.
+        std::memcpy(record + f->offset, in.ptr(pos), f->run);
+        pos += f->run;
+        f += f->run - 1;
+        continue;
+      }
+      if (f->kind != Kind::Char) {
+        // Numbers end to end: one loop of the same kind.
+        const InsideBytes inside{{in.data()}};
+        u8* dst = record + f->offset;
+        const bool whole =
+            f->kind == Kind::Int32
+                ? decodeNumbers<Kind::Int32>(inside, pos, available, dst, f->run, flag)
+            : f->kind == Kind::Int64
+                ? decodeNumbers<Kind::Int64>(inside, pos, available, dst, f->run, flag)
+                : decodeNumbers<Kind::Double>(inside, pos, available, dst, f->run, flag);
+        if (!whole) return kFill ? kUnfilled : spill.reach;
+        f += f->run - 1;
+        continue;
+      }
     }
     if (f->kind != Kind::Group) {
       decodeOne<kReads, kFill>(*f, in, pos, record, room, 0, flag, spill);

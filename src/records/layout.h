@@ -54,8 +54,8 @@ struct Field {
   std::uint16_t repeat = 0;       // group: most entries
   std::uint32_t stride = 0;       // group: bytes per entry
   std::uint32_t countOffset = 0;  // group, counted block: the int32 that counts
-  // Top-level chars: how many chars lie end to end from here on (this one included), read and
-  // written as one run of bytes.
+  // Top-level chars and numbers: how many fields of this kind lie end to end from here on, this
+  // one included, in encoding order (a run is coded in one tight loop, chars in one copy).
   std::uint16_t run = 1;
 
   // 2011 Fast codec. A field without a first-record default is always written in the first
@@ -475,8 +475,10 @@ constexpr void parseRow(const LayoutRow& row, Field* first, Sink&& sink) {
       }
       return false;
     }();
-    if (f.kind == Kind::Char && !grouped && i + 1 < n && first[i + 1].kind == Kind::Char &&
-        first[i + 1].offset == f.offset + 1)
+    const bool fixed = f.kind == Kind::Char || f.kind == Kind::Int32 || f.kind == Kind::Int64 ||
+                       f.kind == Kind::Double;
+    if (fixed && !grouped && i + 1 < n && first[i + 1].kind == f.kind &&
+        first[i + 1].offset == f.offset + f.width)
       f.run = static_cast<std::uint16_t>(first[i + 1].run + 1);
   }
 }
