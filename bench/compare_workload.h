@@ -25,7 +25,8 @@ enum class Op {
   ZstdCompress,
   ZstdDecompress,
   Memcpy,
-  MallocMemcpyFree
+  MallocMemcpyFree,
+  MallocSlackFree  // the restored buffer's own cost: malloc, copy, zeroed slack, free
 };
 const char* opName(Op op);
 
@@ -72,6 +73,9 @@ class Worker {
   std::size_t zstdDecompress(const Message& m);
   void copy(const Message& m);
   void allocateCopyFree(const Message& m);
+  // What every restore of the message must do whatever its codec: allocate the restored message
+  // with the format's 1024 bytes of slack, copy it, zero the slack and free it.
+  void allocateSlackFree(const Message& m);
   unsigned char* out() { return out_.data(); }
 
  private:
