@@ -47,13 +47,16 @@ inline std::string hexOf(const Bytes& b) {
 // codecs.
 struct TestLayout {
   std::vector<records::Field> fields;
+  std::vector<records::FieldOp> ops;
   records::Layout layout;
   TestLayout(std::uint32_t size, std::string_view text, std::string_view attributes = {}) {
     const records::LayoutRow row{0, 0, size, text, attributes};
     fields.resize(records::detail::countFields(text));
     std::size_t at = 0;
     records::parseRow(row, fields.data(), [&](const records::Field& f) { fields[at++] = f; });
+    for (const records::Field& f : fields) ops.push_back(records::opOf(f));
     layout = records::bindLayout(row, fields.data());
+    layout.ops = ops.data();
   }
 };
 

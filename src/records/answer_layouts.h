@@ -123,7 +123,9 @@ inline constexpr std::array kAnswerRows = std::to_array<LayoutRow>({
 // clang-format on
 
 inline constexpr auto kAnswerFields = parseFields<totalFields(kAnswerRows)>(kAnswerRows);
-inline constexpr auto kAnswerLayouts = bindLayouts(kAnswerRows, kAnswerFields.data());
+inline constexpr auto kAnswerOps = makeOps(kAnswerFields);
+inline constexpr auto kAnswerLayouts =
+    bindLayouts(kAnswerRows, kAnswerFields.data(), kAnswerOps.data());
 
 }  // namespace trdcomp::records
 

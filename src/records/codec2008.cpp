@@ -75,7 +75,7 @@ TRDCOMP_INLINE std::uint32_t encodeNumbers(const Record& record, std::int64_t at
 }
 
 template <class Record>
-TRDCOMP_INLINE std::uint32_t encodeField(const Field& f, const Record& record, std::int64_t base,
+TRDCOMP_INLINE std::uint32_t encodeField(const FieldOp& f, const Record& record, std::int64_t base,
                                          u8* out, char flag) {
   std::int64_t at = base + f.offset;
   switch (f.kind) {
@@ -110,7 +110,7 @@ constexpr std::int64_t compactLengthBytes(std::int64_t n) {
 }
 
 // The most bytes a field at `at` of a record viewed over `size` bytes encodes to.
-std::int64_t maxField(const Field& f, std::int64_t at, std::int64_t size) {
+std::int64_t maxField(const FieldOp& f, std::int64_t at, std::int64_t size) {
   switch (f.kind) {
     case Kind::Char: return 1;
     case Kind::Text:
@@ -178,7 +178,7 @@ TRDCOMP_INLINE bool decodeNumbers(const InsideBytes& in, std::int64_t& pos, std:
 // writes only what it holds; with kFill, it writes every byte of its width (texts and blocks
 // padded with zeros), so that the record need not be zeroed first.
 template <bool kFill, class In>
-TRDCOMP_INLINE void decodeField(const Field& f, const In& in, std::int64_t& pos, u8* record,
+TRDCOMP_INLINE void decodeField(const FieldOp& f, const In& in, std::int64_t& pos, u8* record,
                                 std::int64_t room, std::int64_t base, char flag, Spill& spill) {
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
@@ -191,7 +191,7 @@ TRDCOMP_INLINE void decodeField(const Field& f, const In& in, std::int64_t& pos,
       if constexpr (kFill && requires { In::kWordLoads; }) {
         // The text and its zero padding in whole-word stores: no byte is written twice.
         const u8* from = in.ptr(pos);
-        const std::int64_t cap = f.kind == Kind::Text ? f.cap : f.width - 1;
+        const std::int64_t cap = f.cap;
         const std::int64_t j =
             length < 1 ? 0 : compact::textEnd(from, std::min<std::int64_t>(length, cap));
         compact::fillField(dst, from, j, f.width);
@@ -205,7 +205,7 @@ TRDCOMP_INLINE void decodeField(const Field& f, const In& in, std::int64_t& pos,
       }
       // A text keeps up to its cap (the width unless the row says otherwise); a short string
       // keeps one byte less so that it always ends in zero.
-      std::int64_t cap = f.kind == Kind::Text ? f.cap : f.width - 1;
+      const std::int64_t cap = f.cap;
       std::int64_t k = std::min<std::int64_t>({length, cap, room - at});
       const std::int64_t copied = compact::copyTextPrefix(in, pos, dst, k);
       if constexpr (kFill) {
@@ -247,7 +247,7 @@ TRDCOMP_INLINE void decodeField(const Field& f, const In& in, std::int64_t& pos,
 template <class Record>
 std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, char flag) {
   u8* p = out;
-  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+  for (const FieldOp* f = layout.opsBegin(); f != layout.opsEnd(); ++f) {
     if (f->run > 1) {
       // Chars end to end travel as they lie; numbers end to end in one loop of their kind.
       switch (f->kind) {
@@ -283,7 +283,7 @@ std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, 
 enum class Reads { Checked, PerField, Inside };
 
 // The most bytes one field reads from where it starts (see Layout::readSpan).
-constexpr std::int64_t fieldSpan(const Field& f) {
+constexpr std::int64_t fieldSpan(const FieldOp& f) {
   switch (f.kind) {
     case Kind::Text: return 4 + std::max<std::int64_t>(f.cap, InsideBytes::kTextLoad);
     case Kind::ShortText:
@@ -294,7 +294,7 @@ constexpr std::int64_t fieldSpan(const Field& f) {
 }
 
 template <Reads kReads, bool kFill>
-TRDCOMP_INLINE void decodeOne(const Field& f, const InView& in, std::int64_t& pos, u8* record,
+TRDCOMP_INLINE void decodeOne(const FieldOp& f, const InView& in, std::int64_t& pos, u8* record,
                               std::int64_t room, std::int64_t base, char flag, Spill& spill) {
   if (kReads == Reads::Inside || (kReads == Reads::PerField && in.size() - pos >= fieldSpan(f)))
     decodeField<kFill>(f, InsideBytes{{in.data()}}, pos, record, room, base, flag, spill);
@@ -315,7 +315,7 @@ std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t a
   std::int64_t pos = 0;
   Spill spill;
   spill.reach = layout.size;
-  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+  for (const FieldOp* f = layout.opsBegin(); f != layout.opsEnd(); ++f) {
     if (pos >= available) return kFill ? kUnfilled : spill.reach;
     if (kReads == Reads::Inside && f->run > 1) {
       if (f->kind == Kind::Char && pos + f->run <= available) {
@@ -392,7 +392,7 @@ std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, ch
 
 std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
   std::int64_t most = 0;
-  for (const Field* f = layout.begin(); f != layout.end(); ++f) {
+  for (const FieldOp* f = layout.opsBegin(); f != layout.opsEnd(); ++f) {
     if (f->kind != Kind::Group) {
       most += maxField(*f, f->offset, extent);
       continue;

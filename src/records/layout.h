@@ -69,6 +69,22 @@ struct Field {
   std::int64_t defaultValue = 0;  // first-record default of chars, integers and doubles
 };
 
+// The 16 bytes of a field that the record loops read, one per Field and at the same index,
+// derived from it at compile time: Field keeps the rest (the 2011 Fast codec's defaults, bases,
+// text forms and dictionary membership), a side table the hot loops never touch.
+struct FieldOp {
+  std::uint16_t offset = 0;  // in the record (group members: in the entry)
+  std::uint16_t width = 0;
+  std::uint16_t cap = 0;  // texts: the most bytes a decoding keeps (a short string: width - 1)
+  Kind kind = Kind::Char;
+  std::uint8_t run = 1;           // see Field::run
+  std::uint8_t members = 0;       // group: member fields that follow
+  std::uint16_t repeat = 0;       // group: most entries
+  std::uint16_t stride = 0;       // group: bytes per entry
+  std::uint16_t countOffset = 0;  // group, counted block: the int32 that counts
+};
+static_assert(sizeof(FieldOp) == 16);
+
 struct Layout {
   std::uint16_t number = 0;  // the routine number that owns the layout
   std::uint8_t section = 0;  // answer section (0 for requests)
@@ -83,6 +99,7 @@ struct Layout {
   // cap other than its width, and every group's count is decoded ahead of the group.
   bool fills = false;
   const Field* fields = nullptr;
+  const FieldOp* ops = nullptr;  // fields[i] as the record loops read it
   std::uint16_t fieldCount = 0;
   bool rotated = false;          // encoding order is not ascending offset
   bool opaque = false;           // no record codec: records are copied, never encoded
@@ -97,6 +114,8 @@ struct Layout {
 
   constexpr const Field* begin() const { return fields; }
   constexpr const Field* end() const { return fields + fieldCount; }
+  constexpr const FieldOp* opsBegin() const { return ops; }
+  constexpr const FieldOp* opsEnd() const { return ops + fieldCount; }
 };
 
 // How much of the caller's body one record is read over when packing: the caller's record
@@ -108,7 +127,8 @@ constexpr std::int64_t recordExtent(const Layout& layout, std::int64_t stride) {
 
 // The entries of a counted group that its count names: at most `repeat`, none for a count of
 // 0 or less.
-constexpr std::int64_t groupEntries(const Field& group, std::int32_t count) {
+template <class GroupField>
+constexpr std::int64_t groupEntries(const GroupField& group, std::int32_t count) {
   return count < 0 ? 0 : count < group.repeat ? count : group.repeat;
 }
 
@@ -479,7 +499,7 @@ constexpr void parseRow(const LayoutRow& row, Field* first, Sink&& sink) {
                        f.kind == Kind::Double;
     if (fixed && !grouped && i + 1 < n && first[i + 1].kind == f.kind &&
         first[i + 1].offset == f.offset + f.width)
-      f.run = static_cast<std::uint16_t>(first[i + 1].run + 1);
+      f.run = static_cast<std::uint16_t>(first[i + 1].run < 255 ? first[i + 1].run + 1 : 255);
   }
 }
 
@@ -531,13 +551,41 @@ constexpr std::array<Field, Total> parseFields(const std::array<LayoutRow, Rows>
   return fields;
 }
 
+// The hot descriptor of a field. Every offset, width and count of the catalogue fits in 16 bits
+// (records are at most 32808 bytes); a row that does not fails the build.
+constexpr FieldOp opOf(const Field& f) {
+  auto narrow = [](std::uint64_t v) {
+    if (v > 0xFFFF) detail::fail("layout: a field does not fit the 16-bit descriptor");
+    return static_cast<std::uint16_t>(v);
+  };
+  FieldOp op;
+  op.offset = narrow(f.offset);
+  op.width = narrow(f.width);
+  op.cap = narrow(f.kind == Kind::ShortText ? f.width - 1 : f.kind == Kind::Text ? f.cap : f.width);
+  op.kind = f.kind;
+  op.run = static_cast<std::uint8_t>(f.run);
+  op.members = static_cast<std::uint8_t>(f.members);
+  op.repeat = f.repeat;
+  op.stride = narrow(f.stride);
+  op.countOffset = narrow(f.countOffset);
+  return op;
+}
+
+template <std::size_t Total>
+constexpr std::array<FieldOp, Total> makeOps(const std::array<Field, Total>& fields) {
+  std::array<FieldOp, Total> ops{};
+  for (std::size_t i = 0; i < Total; ++i) ops[i] = opOf(fields[i]);
+  return ops;
+}
+
 template <std::size_t Rows>
 constexpr std::array<Layout, Rows> bindLayouts(const std::array<LayoutRow, Rows>& rows,
-                                               const Field* fields) {
+                                               const Field* fields, const FieldOp* ops) {
   std::array<Layout, Rows> layouts{};
   std::size_t at = 0;
   for (std::size_t i = 0; i < Rows; ++i) {
     layouts[i] = bindLayout(rows[i], fields + at);
+    layouts[i].ops = ops + at;
     at += layouts[i].fieldCount;
   }
   return layouts;

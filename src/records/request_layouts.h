@@ -99,6 +99,8 @@ inline constexpr std::array kRequestRows = std::to_array<LayoutRow>({
 // clang-format on
 
 inline constexpr auto kRequestFields = parseFields<totalFields(kRequestRows)>(kRequestRows);
-inline constexpr auto kRequestLayouts = bindLayouts(kRequestRows, kRequestFields.data());
+inline constexpr auto kRequestOps = makeOps(kRequestFields);
+inline constexpr auto kRequestLayouts =
+    bindLayouts(kRequestRows, kRequestFields.data(), kRequestOps.data());
 
 }  // namespace trdcomp::records
