@@ -4,6 +4,7 @@
 // records full of arbitrary bytes, every codec flag, packed records cut, overrun and corrupted.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "primitives/bytes.h"
@@ -108,7 +109,10 @@ TEST(FastPath, Encode2008GivesTheCheckedBytes) {
         const auto b = trdcomp::records::encode2008Checked(*l, view, checked.data(), flag);
         ASSERT_EQ(a, b);
         ASSERT_LE(a, most);
-        ASSERT_EQ(fast, checked);
+        // The same bytes; past them the fast encoder may leave scratch, never past `most`.
+        ASSERT_TRUE(std::equal(fast.begin(), fast.begin() + a, checked.begin()));
+        ASSERT_TRUE(std::all_of(fast.begin() + static_cast<std::ptrdiff_t>(most), fast.end(),
+                                [](unsigned char c) { return c == 0xEE; }));
       }
     }
   }

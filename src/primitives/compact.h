@@ -186,6 +186,14 @@ TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
   return z ? static_cast<const u8*>(z) - from : k;
 }
 
+// The first zero among the 16 bytes at `from`, or 16.
+TRDCOMP_INLINE std::int64_t textEnd16(const u8* from) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const auto ends =
+      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
+  return std::countr_zero(ends | 0x10000u);
+}
+
 // Writes all `width` bytes of a field: the first j bytes from `from`, zeros after. Every byte
 // of [from, from + max(width, 16)) may be read, and only [dst, dst + width) is written: 16-byte
 // chunks masked to the text, the last one overlapping the one before (wide fields: a copy and a
