@@ -119,8 +119,6 @@ std::int64_t readInt64(const In& in, std::int64_t& pos) {
   return static_cast<std::int64_t>((b0 & 0x80) ? 0ull - v : v);
 }
 
-// Copies at most k bytes of text, stopping at a zero byte of the source or at the end of the
-// input; returns the bytes copied.
 // Copies exactly n <= 32 bytes with a few overlapping moves.
 inline void copySmall(u8* dst, const u8* src, std::int64_t n) {
   if (n >= 16) {
@@ -139,36 +137,6 @@ inline void copySmall(u8* dst, const u8* src, std::int64_t n) {
   }
 }
 
-template <class In>
-std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
-#if defined(__SSE2__) || defined(_M_X64)
-  if constexpr (requires { In::kWordLoads; }) {
-    // The 32 bytes from here lie inside the input (kTextLoad): the terminator is found among
-    // them at once, and only the text's own bytes are written.
-    if (k <= 32) {
-      const u8* from = in.ptr(pos);
-      const __m128i zero = _mm_setzero_si128();
-      const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-      const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
-      std::uint32_t ends = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
-                           static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero)))
-                               << 16;
-      if (k < 32) ends |= ~std::uint32_t(0) << k;
-      const std::int64_t j = std::countr_zero(ends);  // 32 without a zero
-      copySmall(dst, from, j);
-      return j;
-    }
-  }
-#endif
-  const std::int64_t n = in.readable(pos, k);
-  if (n <= 0) return 0;
-  const u8* from = in.ptr(pos);
-  const void* zero = std::memchr(from, 0, static_cast<std::size_t>(n));
-  const std::int64_t j = zero ? static_cast<const u8*>(zero) - from : n;
-  std::memcpy(dst, from, static_cast<std::size_t>(j));
-  return j;
-}
-
 #if defined(__SSE2__) || defined(_M_X64)
 // The first zero among the first k bytes at `from`, or k; reads 32 bytes when k <= 32.
 TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
@@ -185,7 +153,34 @@ TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
   const void* z = std::memchr(from, 0, static_cast<std::size_t>(k));
   return z ? static_cast<const u8*>(z) - from : k;
 }
+#endif
 
+// Copies at most k bytes of text, stopping at a zero byte of the source or at the end of the
+// input; returns the bytes copied.
+template <class In>
+std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
+#if defined(__SSE2__) || defined(_M_X64)
+  if constexpr (requires { In::kWordLoads; }) {
+    // The 32 bytes from here lie inside the input (kTextLoad): the terminator is found among
+    // them at once, and only the text's own bytes are written.
+    if (k <= 32) {
+      const u8* from = in.ptr(pos);
+      const std::int64_t j = textEnd(from, k);
+      copySmall(dst, from, j);
+      return j;
+    }
+  }
+#endif
+  const std::int64_t n = in.readable(pos, k);
+  if (n <= 0) return 0;
+  const u8* from = in.ptr(pos);
+  const void* zero = std::memchr(from, 0, static_cast<std::size_t>(n));
+  const std::int64_t j = zero ? static_cast<const u8*>(zero) - from : n;
+  std::memcpy(dst, from, static_cast<std::size_t>(j));
+  return j;
+}
+
+#if defined(__SSE2__) || defined(_M_X64)
 // The first zero among the 16 bytes at `from`, or 16.
 TRDCOMP_INLINE std::int64_t textEnd16(const u8* from) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
