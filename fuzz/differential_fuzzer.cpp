@@ -33,10 +33,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::size_t room = l.reach + 16;
   std::vector<std::uint8_t> a(room, 0), b(room, 0);
-  // A layout that fills its records is decoded over whatever the record held.
-  if (l.fills) std::fill(a.begin(), a.begin() + l.size, std::uint8_t(0xA5));
+  // A layout that fills its records may be decoded over whatever the record held.
+  const auto slot =
+      l.fills && (data[2] & 0x80) ? trdcomp::records::Slot::Any : trdcomp::records::Slot::Zero;
+  if (slot == trdcomp::records::Slot::Any)
+    std::fill(a.begin(), a.begin() + l.size, std::uint8_t(0xA5));
   const std::int64_t ra = trdcomp::records::decode2008(l, view, available, a.data(),
-                                                       static_cast<std::int64_t>(room), flag);
+                                                       static_cast<std::int64_t>(room), flag, slot);
   const std::int64_t rb = trdcomp::records::decode2008Checked(
       l, view, available, b.data(), static_cast<std::int64_t>(room), flag);
   if (ra != rb || a != b) std::abort();

@@ -24,7 +24,8 @@ Bytes decode(const TestLayout& t, const Bytes& in, std::int64_t available, std::
   Bytes record(room ? room : t.layout.size, 0xEE);
   std::fill(record.begin(), record.begin() + t.layout.size, 0);
   trdcomp::records::decode2008(t.layout, InView(in.data(), in.size()), available, record.data(),
-                               static_cast<std::int64_t>(record.size()), 0);
+                               static_cast<std::int64_t>(record.size()), 0,
+                               trdcomp::records::Slot::Zero);
   return record;
 }
 
@@ -75,7 +76,7 @@ TEST(Codec2008, EncodesEveryKind) {
     Bytes restored(c.size, 0);
     trdcomp::records::decode2008(t.layout, InView(packed.data(), packed.size()),
                                  static_cast<std::int64_t>(packed.size()), restored.data(), c.size,
-                                 c.flag);
+                                 c.flag, trdcomp::records::Slot::Zero);
     EXPECT_EQ(hexOf(restored), hexOf(hex(c.restored ? c.restored : c.record))) << c.name;
   }
 }

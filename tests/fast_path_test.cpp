@@ -36,18 +36,22 @@ bool compareDecodes(const Layout& l, const Bytes& packed, std::int64_t available
   const bool inside = available >= 0 && in.size() - available >= l.readSpan;
   EXPECT_EQ(trdcomp::records::insideForDecode2008(l, in, available), inside);
   const std::size_t room = l.reach + 64;
-  Bytes fast(room + 16, 0xEE), checked(room + 16, 0xEE);
-  std::fill(fast.begin(), fast.begin() + room, 0);
-  // A layout that fills its records is decoded over whatever the record held: all of it is
-  // written.
-  if (l.fills) std::fill(fast.begin(), fast.begin() + l.size, 0xA5);
+  Bytes checked(room + 16, 0xEE);
   std::fill(checked.begin(), checked.begin() + room, 0);
-  const std::int64_t a = trdcomp::records::decode2008(l, in, available, fast.data(),
-                                                      static_cast<std::int64_t>(room), flag);
   const std::int64_t b = trdcomp::records::decode2008Checked(l, in, available, checked.data(),
                                                              static_cast<std::int64_t>(room), flag);
-  EXPECT_EQ(a, b);
-  EXPECT_EQ(fast, checked) << l.text;
+  // Into a zero slot; and, for a layout that fills its records, over whatever the slot held:
+  // every byte of the record is written.
+  for (const auto slot : {trdcomp::records::Slot::Zero, trdcomp::records::Slot::Any}) {
+    if (slot == trdcomp::records::Slot::Any && !l.fills) continue;
+    Bytes fast(room + 16, 0xEE);
+    std::fill(fast.begin(), fast.begin() + room, 0);
+    if (slot == trdcomp::records::Slot::Any) std::fill(fast.begin(), fast.begin() + l.size, 0xA5);
+    const std::int64_t a = trdcomp::records::decode2008(
+        l, in, available, fast.data(), static_cast<std::int64_t>(room), flag, slot);
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(fast, checked) << l.text;
+  }
   return inside;
 }
 

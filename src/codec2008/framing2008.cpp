@@ -22,15 +22,19 @@ struct RecordWriter {
 
   void decode(const records::Layout& layout, const InView& in, std::int64_t pos, u8* record,
               char flag) {
-    if (layout.fills) {
+    // Into fresh zero pages, only what the input gives is written: the pages of a long text's
+    // padding are never touched.
+    const records::Slot slot =
+        layout.fills && !area.fresh() ? records::Slot::Any : records::Slot::Zero;
+    if (slot == records::Slot::Any) {
       area.claim(record, layout.size);  // the decoding writes every byte, whatever was there
     } else {
       area.prepare(record, layout.reach);
       if (dirty > 0) std::memset(record, 0, static_cast<std::size_t>(dirty));
     }
     const std::int64_t packed = static_cast<std::int32_t>(in.u32(pos));
-    const std::int64_t reach =
-        records::decode2008(layout, in.from(pos + 4), packed, record, area.end() - record, flag);
+    const std::int64_t reach = records::decode2008(layout, in.from(pos + 4), packed, record,
+                                                   area.end() - record, flag, slot);
     dirty = reach - layout.size;
   }
 };

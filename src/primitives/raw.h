@@ -58,6 +58,8 @@ class RecordArea {
   RecordArea(u8* clean, u8* end, bool zeroed) : clean_(clean), end_(end), zeroed_(zeroed) {}
 
   u8* end() const { return end_; }
+  // Whether the buffer came as fresh zero pages (nothing needs clearing).
+  bool fresh() const { return zeroed_; }
   // Bytes [record, record + reach) are zero, but for what earlier records wrote past their own
   // end (a 2008 decode cap): call in order of address.
   void prepare(u8* record, std::int64_t reach) {

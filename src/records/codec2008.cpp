@@ -432,8 +432,8 @@ bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t av
 }
 
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
-                        std::int64_t room, char flag) {
-  if (layout.fills) {
+                        std::int64_t room, char flag, Slot slot) {
+  if (slot == Slot::Any) {
     const std::int64_t reach = decodeRecord<true>(layout, in, available, record, room, flag);
     if (reach != kUnfilled) return reach;
     std::memset(record, 0, layout.size);
