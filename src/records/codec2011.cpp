@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <type_traits>
 
 #include "primitives/stopbit.h"
+#include "records/answer_layouts.h"
+#include "records/request_layouts.h"
 
 namespace trdcomp::records {
 namespace {
@@ -20,7 +24,7 @@ constexpr ExchangeCode kExchangeCodes[] = {
     {"if1", 'i'}, {"if2", 'j'}, {"if3", 'k'},
 };
 
-bool inPart(const Field& f, Part part) {
+constexpr bool inPart(const Field& f, Part part) {
   return part == Part::Whole || (part == Part::Group) == f.dictionary;
 }
 
@@ -251,6 +255,385 @@ constexpr u8 bitOf(int j) {
   return static_cast<u8>(0x40 >> (j % 7));
 }
 
+// The prepared field table. Every catalogue layout has, per part, one op per place of the
+// presence map (a counted group's entries flattened in map order), so that map place j is op
+// j (after the dictionary index of a reduced block); what only some fields need (defaults,
+// bases, the group) is reached through the field's index in the layout.
+enum OpFlag : u8 {
+  kGrouped = 1,  // a member of a counted group's entry
+  kDefault = 2,  // a first-record default
+  kWideOp = 4,   // kWide bytes or more: not part of the copy of the previous record, so zero
+};
+
+struct Op {
+  std::uint32_t offset = 0;  // in the record
+  std::uint32_t width = 0;
+  std::uint16_t field = 0;  // the field in the layout
+  std::uint16_t group = 0;  // grouped: the group field in the layout
+  std::uint16_t entry = 0;  // grouped: the entry
+  Kind kind = Kind::Char;
+  u8 flags = 0;
+};
+static_assert(sizeof(Op) == 16);
+
+// Fields this wide or wider are restored one by one (read when present, copied from the previous
+// record when absent), so that a large field that changes is not first copied and then
+// overwritten; the rest of a record comes from the previous one in a few copies.
+constexpr std::uint32_t kWide = 128;
+constexpr int kMostRuns = 8;
+constexpr int kMostWide = 4;
+
+struct Span {
+  std::uint32_t offset = 0, length = 0;
+};
+
+struct Program {
+  std::uint32_t first = 0;  // the part's first op in the table
+  std::uint16_t count = 0;
+  bool usable = false;    // the fast decoder may take it (else: the reference decoder)
+  bool grouped = false;   // a counted group among the ops
+  bool defaults = false;  // a first-record default among the ops
+  std::uint8_t runs = 0;
+  std::uint8_t wides = 0;
+  // The bytes of the ops narrower than kWide, in ascending runs: what is copied from the
+  // previous record (the bytes outside them stay zero, as the reference decoder leaves them).
+  Span copy[kMostRuns] = {};
+  std::uint16_t wide[kMostWide] = {};  // the ops of kWide bytes or more
+};
+
+constexpr bool hasOps(const Layout& l, Part part) {
+  return !l.opaque && (part == Part::Whole || l.dictionary);
+}
+
+// Calls emit(op) for every map place of the part, in map order (as forEachField).
+template <class Emit>
+constexpr void walkOps(const Layout& l, Part part, Emit&& emit) {
+  for (std::uint16_t i = 0; i < l.fieldCount; ++i) {
+    const Field& f = l.fields[i];
+    if (f.kind == Kind::Group) {
+      for (std::uint16_t e = 0; e < f.repeat; ++e)
+        for (std::uint16_t m = 1; m <= f.members; ++m) {
+          const Field& g = l.fields[i + m];
+          if (!inPart(g, part)) continue;
+          Op op;
+          op.offset = f.offset + e * f.stride + g.offset;
+          op.width = g.width;
+          op.field = static_cast<std::uint16_t>(i + m);
+          op.group = i;
+          op.entry = e;
+          op.kind = g.kind;
+          op.flags = static_cast<u8>(kGrouped | (g.hasDefault ? kDefault : 0));
+          emit(op);
+        }
+      i = static_cast<std::uint16_t>(i + f.members);
+    } else if (inPart(f, part)) {
+      Op op;
+      op.offset = f.offset;
+      op.width = f.width;
+      op.field = i;
+      op.kind = f.kind;
+      op.flags = static_cast<u8>((f.hasDefault ? kDefault : 0) | (f.width >= kWide ? kWideOp : 0));
+      emit(op);
+    }
+  }
+}
+
+template <std::size_t N>
+constexpr std::size_t opTotal(const std::array<Layout, N>& layouts) {
+  std::size_t n = 0;
+  for (const Layout& l : layouts)
+    for (Part part : {Part::Whole, Part::Group, Part::Reduced})
+      if (hasOps(l, part)) walkOps(l, part, [&](const Op&) { ++n; });
+  return n;
+}
+
+template <std::size_t Total, std::size_t N>
+constexpr std::array<Op, Total> buildOps(const std::array<Layout, N>& layouts) {
+  std::array<Op, Total> ops{};
+  std::size_t n = 0;
+  for (const Layout& l : layouts)
+    for (Part part : {Part::Whole, Part::Group, Part::Reduced})
+      if (hasOps(l, part)) walkOps(l, part, [&](const Op& op) { ops[n++] = op; });
+  return ops;
+}
+
+// Whether a non-grouped op among ops[0, before) writes the field at `offset`.
+constexpr bool writtenBefore(const Op* ops, std::uint32_t before, std::uint32_t offset) {
+  for (std::uint32_t k = 0; k < before; ++k)
+    if (!(ops[k].flags & kGrouped) && ops[k].offset == offset) return true;
+  return false;
+}
+
+// The program of one part: usable when every base field and group count is read before the
+// fields that use it (the fast decoder reads them from the record being restored, where the
+// reference decoder reads them too, so the order must make both see the same value), and when
+// the bytes outside the ops fit the span list.
+constexpr Program buildProgram(const Layout& l, Part part, const Op* ops, std::uint32_t first,
+                               std::uint32_t count) {
+  Program p;
+  p.first = first;
+  p.count = static_cast<std::uint16_t>(count);
+  if (!hasOps(l, part) ||
+      count != l.fastFields[static_cast<int>(part)] - (part == Part::Reduced ? 1u : 0u))
+    return p;
+  const Op* own = ops + first;
+  bool usable = true;
+  for (std::uint32_t k = 0; k < count; ++k) {
+    const Op& op = own[k];
+    const Field& f = l.fields[op.field];
+    if (op.offset + op.width > l.size) usable = false;
+    if (op.flags & kDefault) p.defaults = true;
+    if ((op.kind == Kind::Int32 || op.kind == Kind::Int64) && f.baseForm == BaseForm::Field &&
+        !writtenBefore(own, k, f.baseOffset))
+      usable = false;
+    if (op.flags & kGrouped) {
+      p.grouped = true;
+      const Field& g = l.fields[op.group];
+      if (!writtenBefore(own, k, g.countOffset)) usable = false;
+      // Every member of the group in this part, or none: the tail is cleared whole.
+      for (std::uint16_t m = 1; m <= g.members; ++m)
+        if (!inPart(l.fields[op.group + m], part)) usable = false;
+    }
+  }
+  // The bytes of the narrow ops, in ascending runs.
+  std::uint32_t at = 0;
+  for (;;) {
+    std::uint32_t start = UINT32_MAX;
+    for (std::uint32_t k = 0; k < count; ++k)
+      if (!(own[k].flags & kWideOp) && own[k].offset + own[k].width > at)
+        start = std::min(start, std::max(own[k].offset, at));
+    if (start == UINT32_MAX) break;
+    std::uint32_t end = start;
+    for (bool grew = true; grew;) {
+      grew = false;
+      for (std::uint32_t k = 0; k < count; ++k)
+        if (!(own[k].flags & kWideOp) && own[k].offset <= end &&
+            own[k].offset + own[k].width > end) {
+          end = own[k].offset + own[k].width;
+          grew = true;
+        }
+    }
+    if (p.runs == kMostRuns) {
+      usable = false;
+      break;
+    }
+    p.copy[p.runs++] = Span{start, end - start};
+    at = end;
+  }
+  for (std::uint32_t k = 0; k < count; ++k)
+    if (own[k].flags & kWideOp) {
+      if (p.wides == kMostWide) {
+        usable = false;
+        break;
+      }
+      p.wide[p.wides++] = static_cast<std::uint16_t>(k);
+    }
+  p.usable = usable;
+  return p;
+}
+
+template <std::size_t N>
+constexpr std::array<Program, 3 * N> buildPrograms(const std::array<Layout, N>& layouts,
+                                                   const Op* ops) {
+  std::array<Program, 3 * N> programs{};
+  std::uint32_t n = 0;
+  for (std::size_t i = 0; i < N; ++i)
+    for (Part part : {Part::Whole, Part::Group, Part::Reduced}) {
+      std::uint32_t count = 0;
+      if (hasOps(layouts[i], part)) walkOps(layouts[i], part, [&](const Op&) { ++count; });
+      programs[3 * i + static_cast<int>(part)] = buildProgram(layouts[i], part, ops, n, count);
+      n += count;
+    }
+  return programs;
+}
+
+constexpr auto kRequestOps = buildOps<opTotal(kRequestLayouts)>(kRequestLayouts);
+constexpr auto kRequestPrograms = buildPrograms(kRequestLayouts, kRequestOps.data());
+constexpr auto kAnswerOps = buildOps<opTotal(kAnswerLayouts)>(kAnswerLayouts);
+constexpr auto kAnswerPrograms = buildPrograms(kAnswerLayouts, kAnswerOps.data());
+
+// The program of a catalogue layout, with its table of ops; null for any other layout.
+const Program* programOf(const Layout& l, Part part, const Op*& ops) {
+  const std::less<const Layout*> before;
+  const auto find = [&](const auto& layouts, const auto& programs,
+                        const auto& table) -> const Program* {
+    if (before(&l, layouts.data()) || !before(&l, layouts.data() + layouts.size())) return nullptr;
+    const Program& p = programs[3 * static_cast<std::size_t>(&l - layouts.data()) +
+                                static_cast<std::size_t>(part)];
+    ops = table.data() + p.first;
+    return &p;
+  };
+  if (const Program* p = find(kAnswerLayouts, kAnswerPrograms, kAnswerOps)) return p;
+  return find(kRequestLayouts, kRequestPrograms, kRequestOps);
+}
+
+// A signed stop-bit integer; read without a check per byte while ten bytes lie inside the input
+// (the longest field a peer writes), else, or when those ten hold no last byte, as the
+// reference reads it.
+template <class T>
+T readInt(const InView& in, std::int64_t& pos) {
+  using U = std::make_unsigned_t<T>;
+  if (pos >= 0 && in.size() - pos >= 10) {
+    const u8* p = in.ptr(pos);
+    U acc = (p[0] & 0x40) ? static_cast<U>(~U(0)) : U(0);
+    for (int k = 0; k < 10; ++k) {
+      const u8 b = p[k];
+      acc = static_cast<U>((acc << 7) | (b & 0x7F));
+      if (b & 0x80) {
+        pos += k + 1;
+        return static_cast<T>(acc);
+      }
+    }
+  }
+  return stopbit::readSigned<T>(in, pos);
+}
+
+// One present field over the copy of the previous record (or a zero record): every byte of the
+// field is written, as the reference decoder leaves it in a zero record.
+void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos, u8* record,
+            std::int64_t size, const InView* previous) {
+  u8* dst = record + op.offset;
+  switch (op.kind) {
+    case Kind::Char: *dst = static_cast<u8>(readInt<std::int32_t>(in, pos)); return;
+    case Kind::Int32: {
+      const Field& f = layout.fields[op.field];
+      const std::uint32_t v = static_cast<std::uint32_t>(readInt<std::int32_t>(in, pos));
+      const std::uint32_t base =
+          f.baseForm == BaseForm::Constant
+              ? static_cast<std::uint32_t>(f.base)
+              : static_cast<std::uint32_t>(baseOf(f, InView(record, size), previous, op.offset));
+      storeU32(dst, v + base);
+      return;
+    }
+    case Kind::Int64: {
+      const Field& f = layout.fields[op.field];
+      const std::uint64_t v = static_cast<std::uint64_t>(readInt<std::int64_t>(in, pos));
+      const std::uint64_t base =
+          f.baseForm == BaseForm::Constant
+              ? static_cast<std::uint64_t>(f.base)
+              : static_cast<std::uint64_t>(baseOf(f, InView(record, size), previous, op.offset));
+      storeU64(dst, v + base);
+      return;
+    }
+    case Kind::Double: {
+      constexpr double scale = stopbit::decimalScale();
+      storeF64(dst, static_cast<double>(readInt<std::int64_t>(in, pos)) / scale);
+      return;
+    }
+    case Kind::Text:
+    case Kind::ShortText: {
+      const Field& f = layout.fields[op.field];
+      if (f.text == TextForm::LengthPrefixed) {
+        // The length, then min(length, width - 1) characters and zeros to the field's end.
+        const std::int64_t start = pos;
+        const std::int32_t length = readInt<std::int32_t>(in, pos);
+        const std::int64_t keep =
+            length < 1 ? 0 : std::min<std::int64_t>(length, std::int64_t(op.width) - 1);
+        if (keep > 0 && !(pos >= 0 && in.size() - pos >= keep)) {
+          // Characters past the input: the reference read from a zero field.
+          if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
+          pos = start;
+          readText(f, in, pos, dst);
+          return;
+        }
+        if (keep > 0) std::memcpy(dst, in.ptr(pos), static_cast<std::size_t>(keep));
+        if (!(op.flags & kWideOp))
+          std::memset(dst + keep, 0, op.width - static_cast<std::size_t>(keep));
+        pos += length;
+        return;
+      }
+      if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
+      readText(f, in, pos, dst);
+      return;
+    }
+    case Kind::Block:
+    case Kind::CountedBlock:
+      if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
+      pos += stopbit::readBinData(in, pos, dst, static_cast<int>(op.width));
+      return;
+    case Kind::Group: return;
+  }
+}
+
+std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
+                         const InView& in, std::int64_t length, u8* record,
+                         const Previous& previous) {
+  const std::int64_t size = layout.size;
+  // The map ends at the first byte with bit 7 within the block; without one, every field is
+  // absent.
+  const std::int64_t scan = in.readable(0, length);
+  const u8* map = in.ptr(0);
+  std::int64_t m = 0;
+  u8 any = 0;
+  for (std::int64_t i = 0; i < scan; ++i) {
+    any |= map[i];
+    if (map[i] & 0x80) {
+      m = i + 1;
+      break;
+    }
+  }
+  if (m == 0) any = 0;
+  any &= 0x7F;
+  const u8* prior = previous.record ? previous.record->data() : nullptr;
+  if (prior && !any) {
+    // No present field: the previous record, every byte of it.
+    copyRecord(record, prior, size);
+    return previous.index;
+  }
+  if (prior) {
+    for (int r = 0; r < program.runs; ++r)
+      copyRecord(record + program.copy[r].offset, prior + program.copy[r].offset,
+                 program.copy[r].length);
+  } else if (program.defaults) {
+    for (std::uint32_t k = 0; k < program.count; ++k)
+      if (ops[k].flags & kDefault) setDefault(layout.fields[ops[k].field], record + ops[k].offset);
+  }
+  const int first = part == Part::Reduced ? 1 : 0;
+  const std::int64_t places = std::int64_t(program.count) + first;
+  std::uint16_t index = part == Part::Reduced ? previous.index : 0;
+  std::int64_t pos = m;
+  for (std::int64_t i = 0; i < m; ++i) {
+    unsigned bits = map[i] & 0x7Fu;
+    while (bits) {
+      const int high = 31 - __builtin_clz(bits);
+      bits &= ~(1u << high);
+      const std::int64_t j = i * 7 + (6 - high);
+      if (j >= places) goto done;
+      if (j < first) {
+        index = static_cast<std::uint16_t>(readInt<std::int32_t>(in, pos));
+        continue;
+      }
+      const Op& op = ops[j - first];
+      if (op.flags & kGrouped) {
+        const Field& g = layout.fields[op.group];
+        if (op.entry >= groupEntries(g, loadI32(record + g.countOffset))) continue;
+      }
+      readOp(layout, op, in, pos, record, size, previous.record);
+    }
+  }
+done:
+  if (prior)
+    for (int w = 0; w < program.wides; ++w) {
+      const std::int64_t j = program.wide[w] + first;
+      const Op& op = ops[program.wide[w]];
+      if (!(j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j)))))
+        copyRecord(record + op.offset, prior + op.offset, op.width);
+    }
+  if (program.grouped)
+    for (std::uint16_t i = 0; i < layout.fieldCount; ++i) {
+      const Field& g = layout.fields[i];
+      if (g.kind != Kind::Group) continue;
+      if (g.members > 0 && inPart(layout.fields[i + 1], part)) {
+        // Entries past the count end zero.
+        const std::int64_t entries = groupEntries(g, loadI32(record + g.countOffset));
+        std::memset(record + g.offset + entries * g.stride, 0,
+                    static_cast<std::size_t>((g.repeat - entries) * g.stride));
+      }
+      i = static_cast<std::uint16_t>(i + g.members);
+    }
+  return index;
+}
+
 }  // namespace
 
 int mapLength(const Layout& layout, Part part) {
@@ -319,8 +702,9 @@ std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
   return static_cast<std::uint32_t>(p - out);
 }
 
-std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
-                         u8* record, std::int64_t room, const Previous& previous) {
+std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& in,
+                                std::int64_t length, u8* record, std::int64_t room,
+                                const Previous& previous) {
   const std::int64_t size = std::min<std::int64_t>(layout.size, room);
   // The map ends at the first byte with bit 7 within the block; without one, every field is
   // absent.
@@ -366,6 +750,22 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
                  ++j;
                });
   return index;
+}
+
+bool prepared2011(const Layout& layout, Part part) {
+  const Op* ops = nullptr;
+  const Program* program = programOf(layout, part, ops);
+  return program && program->usable;
+}
+
+std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
+                         u8* record, std::int64_t room, const Previous& previous) {
+  const Op* ops = nullptr;
+  const Program* program = programOf(layout, part, ops);
+  if (program && program->usable && room >= layout.size &&
+      (!previous.record || previous.record->size() >= layout.size))
+    return decodeFast(layout, *program, ops, part, in, length, record, previous);
+  return decode2011Checked(layout, part, in, length, record, room, previous);
 }
 
 }  // namespace trdcomp::records
