@@ -515,6 +515,45 @@ inline void copyAcross(u8* dst, const u8* src, std::int64_t n) {
 #endif
 }
 
+// Copies n bytes, reading and writing no byte outside [0, n): overlapping moves of 16, 8, 4 or
+// one byte, for the short runs of a field, where a call to memcpy costs more than the copy.
+inline void copyShort(u8* dst, const u8* src, std::size_t n) {
+  u8 chunk[16];
+  if (n >= 16) {
+    for (std::size_t i = 0; i + 16 < n; i += 16) {
+      std::memcpy(chunk, src + i, 16);
+      std::memcpy(dst + i, chunk, 16);
+    }
+    std::memcpy(chunk, src + n - 16, 16);
+    std::memcpy(dst + n - 16, chunk, 16);
+  } else if (n >= 8) {
+    std::uint64_t a, b;
+    std::memcpy(&a, src, 8);
+    std::memcpy(&b, src + n - 8, 8);
+    std::memcpy(dst, &a, 8);
+    std::memcpy(dst + n - 8, &b, 8);
+  } else if (n >= 4) {
+    std::uint32_t a, b;
+    std::memcpy(&a, src, 4);
+    std::memcpy(&b, src + n - 4, 4);
+    std::memcpy(dst, &a, 4);
+    std::memcpy(dst + n - 4, &b, 4);
+  } else {
+    for (std::size_t i = 0; i < n; ++i) dst[i] = src[i];
+  }
+}
+
+// Zeroes n bytes, writing no byte outside [0, n).
+inline void zeroShort(u8* dst, std::size_t n) {
+  static constexpr u8 kZeros[16] = {};
+  if (n >= 16) {
+    for (std::size_t i = 0; i + 16 < n; i += 16) std::memcpy(dst + i, kZeros, 16);
+    std::memcpy(dst + n - 16, kZeros, 16);
+  } else {
+    copyShort(dst, kZeros, n);
+  }
+}
+
 // One present field over the copy of the previous record (or a zero record): every byte of the
 // field is written, as the reference decoder leaves it in a zero record.
 void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos, u8* record,
@@ -563,9 +602,12 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
           readText(f, in, pos, dst);
           return;
         }
-        if (keep > 0) std::memcpy(dst, in.ptr(pos), static_cast<std::size_t>(keep));
-        if (!(op.flags & kWideOp))
-          std::memset(dst + keep, 0, op.width - static_cast<std::size_t>(keep));
+        if (op.flags & kWideOp) {
+          if (keep > 0) std::memcpy(dst, in.ptr(pos), static_cast<std::size_t>(keep));
+        } else {
+          copyShort(dst, in.ptr(pos), static_cast<std::size_t>(keep));
+          zeroShort(dst + keep, op.width - static_cast<std::size_t>(keep));
+        }
         pos += length;
         return;
       }
