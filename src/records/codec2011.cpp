@@ -10,6 +10,12 @@
 #define TRDCOMP_SSE2 1
 #endif
 
+#if defined(__GNUC__)
+#define TRDCOMP_INLINE inline __attribute__((always_inline))
+#else
+#define TRDCOMP_INLINE inline
+#endif
+
 #include "primitives/stopbit.h"
 #include "records/answer_layouts.h"
 #include "records/request_layouts.h"
@@ -476,7 +482,7 @@ const Program* programOf(const Layout& l, Part part, const Op*& ops) {
 // (the longest field a peer writes), else, or when those ten hold no last byte, as the
 // reference reads it.
 template <class T>
-T readInt(const InView& in, std::int64_t& pos) {
+TRDCOMP_INLINE T readInt(const InView& in, std::int64_t& pos) {
   using U = std::make_unsigned_t<T>;
   if (pos >= 0 && in.size() - pos >= 10) {
     const u8* p = in.ptr(pos);
