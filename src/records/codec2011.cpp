@@ -43,7 +43,7 @@ constexpr bool inPart(const Field& f, Part part) {
 // counted group gives all of its entries their places, so that the map numbering does not
 // depend on the count; `group` and `entry` let the caller skip the entries past the count.
 template <class Visit>
-void forEachField(const Layout& layout, Part part, Visit&& visit) {
+constexpr void forEachField(const Layout& layout, Part part, Visit&& visit) {
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
     if (f->kind == Kind::Group) {
       for (std::int64_t e = 0; e < f->repeat; ++e)
@@ -266,6 +266,31 @@ constexpr u8 bitOf(int j) {
   return static_cast<u8>(0x40 >> (j % 7));
 }
 
+// The most bytes one block of `part` takes (map included), whatever the record.
+constexpr std::int64_t blockBound(const Layout& layout, Part part) {
+  // The dictionary index is a 16-bit value: three stop-bit bytes at most.
+  std::int64_t most =
+      (layout.fastFields[static_cast<int>(part)] + 6) / 7 + (part == Part::Reduced ? 3 : 0);
+  forEachField(layout, part, [&](const Field& f, std::int64_t, const Field*, std::int64_t) {
+    switch (f.kind) {
+      case Kind::Char: most += 2; return;   // a sign-extended byte
+      case Kind::Int32: most += 5; return;  // 32 bits of difference
+      case Kind::Int64:
+      case Kind::Double: most += 10; return;
+      case Kind::Text:
+      case Kind::ShortText:
+        most += f.text == TextForm::ExchangeCode ? 3
+                : f.text == TextForm::StopBit    ? std::max<std::int64_t>(f.width, 1)
+                                                 : stopbit::sizeInt64(f.width) + f.width;
+        return;
+      case Kind::Block:
+      case Kind::CountedBlock: most += stopbit::sizeInt64(f.width) + f.width; return;
+      case Kind::Group: return;
+    }
+  });
+  return most;
+}
+
 // The prepared field table. Every catalogue layout has, per part, one op per place of the
 // presence map (a counted group's entries flattened in map order), so that map place j is op
 // j (after the dictionary index of a reduced block); what only some fields need (defaults,
@@ -305,6 +330,7 @@ struct Program {
   bool grouped = false;   // a counted group among the ops
   bool defaults = false;  // a first-record default among the ops
   std::uint8_t runs = 0;
+  std::int64_t most = 0;  // maxBlock2011
   std::uint8_t wides = 0;
   // The bytes of the ops narrower than kWide, in ascending runs: what is copied from the
   // previous record (the bytes outside them stay zero, as the reference decoder leaves them).
@@ -384,6 +410,7 @@ constexpr Program buildProgram(const Layout& l, Part part, const Op* ops, std::u
   Program p;
   p.first = first;
   p.count = static_cast<std::uint16_t>(count);
+  p.most = blockBound(l, part);
   if (!hasOps(l, part) ||
       count != l.fastFields[static_cast<int>(part)] - (part == Part::Reduced ? 1u : 0u))
     return p;
@@ -630,6 +657,94 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
   }
 }
 
+// Whether two texts of a field `width` bytes wide differ, both wholly readable from a and b: as
+// terminated strings, eight bytes at a time. A text without terminator in its array goes on
+// past it: -1, for the reference comparison to settle.
+inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
+  std::uint32_t i = 0;
+  for (; i + 8 <= width; i += 8) {
+    const std::uint64_t x = loadU64(a + i), y = loadU64(b + i);
+    const bool zero = (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+    if (x == y && !zero) continue;
+    for (std::uint32_t t = i; t < i + 8; ++t) {
+      if (a[t] != b[t]) return 1;
+      if (a[t] == 0) return 0;
+    }
+  }
+  for (; i < width; ++i) {
+    if (a[i] != b[i]) return 1;
+    if (a[i] == 0) return 0;
+  }
+  return -1;
+}
+
+// Whether a field differs from the previous record's, both records wholly inside their views.
+TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a, const InView& b) {
+  const u8 *p = a.ptr(op.offset), *q = b.ptr(op.offset);
+  switch (op.kind) {
+    case Kind::Char: return *p != *q;
+    case Kind::Int32: return loadU32(p) != loadU32(q);
+    case Kind::Int64: return loadU64(p) != loadU64(q);
+    case Kind::Double: return !(loadF64(p) == loadF64(q));  // NaN always differs
+    case Kind::Text:
+    case Kind::ShortText:
+      if (f.text != TextForm::ExchangeCode) {
+        const int d = textsDifferInside(p, q, op.width);
+        if (d >= 0) return d;
+      }
+      return differs(f, a, b, op.offset);
+    case Kind::Block:
+    case Kind::CountedBlock: return std::memcmp(p, q, op.width) != 0;
+    case Kind::Group: break;
+  }
+  return false;
+}
+
+std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
+                         const InView& current, std::uint16_t index, const Previous& previous,
+                         u8* out) {
+  const int m = mapLength(layout, part);
+  std::memset(out, 0, static_cast<std::size_t>(m));
+  if (m > 0) out[m - 1] = 0x80;
+  u8* p = out + m;
+  int first = 0;
+  if (part == Part::Reduced) {
+    if (!previous.record || index != previous.index) {
+      out[0] |= bitOf(0);
+      p += stopbit::writeInt64(p, index);
+    }
+    first = 1;
+  }
+  const InView* prior = previous.record;
+  const bool inside = prior && current.size() >= layout.size && prior->size() >= layout.size;
+  const InView zeros;
+  for (std::uint32_t k = 0; k < program.count; ++k) {
+    const Op& op = ops[k];
+    const Field& f = layout.fields[op.field];
+    const InView* against = prior;
+    bool whole = inside;
+    if (op.flags & kGrouped) {
+      // Entries past the count are never sent; one past the previous record's count is
+      // compared with the zeros it was restored as.
+      const Field& g = layout.fields[op.group];
+      if (op.entry >= groupEntries(g, current.i32(g.countOffset))) continue;
+      if (against && op.entry >= groupEntries(g, against->i32(g.countOffset))) {
+        against = &zeros;
+        whole = false;
+      }
+    }
+    const bool present = !against ? differsFromDefault(f, current, op.offset)
+                         : whole  ? differsInside(f, op, current, *against)
+                                  : differs(f, current, *against, op.offset);
+    if (present) {
+      const int j = static_cast<int>(k) + first;
+      out[j / 7] |= bitOf(j);
+      p += writeField(f, current, prior, op.offset, p);
+    }
+  }
+  return static_cast<std::uint32_t>(p - out);
+}
+
 std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
                          const InView& in, std::int64_t length, u8* record,
                          const Previous& previous) {
@@ -716,30 +831,13 @@ int mapLength(const Layout& layout, Part part) {
 }
 
 std::int64_t maxBlock2011(const Layout& layout, Part part) {
-  // The dictionary index is a 16-bit value: three stop-bit bytes at most.
-  std::int64_t most = mapLength(layout, part) + (part == Part::Reduced ? 3 : 0);
-  forEachField(layout, part, [&](const Field& f, std::int64_t, const Field*, std::int64_t) {
-    switch (f.kind) {
-      case Kind::Char: most += 2; return;   // a sign-extended byte
-      case Kind::Int32: most += 5; return;  // 32 bits of difference
-      case Kind::Int64:
-      case Kind::Double: most += 10; return;
-      case Kind::Text:
-      case Kind::ShortText:
-        most += f.text == TextForm::ExchangeCode ? 3
-                : f.text == TextForm::StopBit    ? std::max<std::int64_t>(f.width, 1)
-                                                 : stopbit::sizeInt64(f.width) + f.width;
-        return;
-      case Kind::Block:
-      case Kind::CountedBlock: most += stopbit::sizeInt64(f.width) + f.width; return;
-      case Kind::Group: return;
-    }
-  });
-  return most;
+  const Op* ops = nullptr;
+  if (const Program* program = programOf(layout, part, ops)) return program->most;
+  return blockBound(layout, part);
 }
 
-std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
-                         std::uint16_t index, const Previous& previous, u8* out) {
+std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& current,
+                                std::uint16_t index, const Previous& previous, u8* out) {
   const int m = mapLength(layout, part);
   std::memset(out, 0, static_cast<std::size_t>(m));
   if (m > 0) out[m - 1] = 0x80;
@@ -841,6 +939,19 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
       (!previous.record || previous.record->size() >= layout.size))
     return decodeFast(layout, *program, ops, part, in, length, record, previous);
   return decode2011Checked(layout, part, in, length, record, room, previous);
+}
+
+}  // namespace trdcomp::records
+
+namespace trdcomp::records {
+
+std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
+                         std::uint16_t index, const Previous& previous, u8* out) {
+  const Op* ops = nullptr;
+  const Program* program = programOf(layout, part, ops);
+  if (program && program->usable)
+    return encodeFast(layout, *program, ops, part, current, index, previous, out);
+  return encode2011Checked(layout, part, current, index, previous, out);
 }
 
 }  // namespace trdcomp::records

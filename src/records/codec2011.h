@@ -24,8 +24,13 @@ struct Previous {
 };
 
 // Encodes the block of record `current` at `out` and returns the bytes written (map included).
+// Catalogue layouts walk the prepared field table and compare fields without a check per byte
+// when both records lie wholly inside their views; the reference encoder below checks every
+// byte. Both write the same bytes.
 std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
                          std::uint16_t index, const Previous& previous, u8* out);
+std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& current,
+                                std::uint16_t index, const Previous& previous, u8* out);
 
 // The most bytes encode2011 writes for one block of `part` (map included), whatever the record.
 std::int64_t maxBlock2011(const Layout& layout, Part part);
