@@ -296,9 +296,11 @@ constexpr std::int64_t blockBound(const Layout& layout, Part part) {
 // j (after the dictionary index of a reduced block); what only some fields need (defaults,
 // bases, the group) is reached through the field's index in the layout.
 enum OpFlag : u8 {
-  kGrouped = 1,  // a member of a counted group's entry
-  kDefault = 2,  // a first-record default
-  kWideOp = 4,   // kWide bytes or more: not part of the copy of the previous record, so zero
+  kGrouped = 1,     // a member of a counted group's entry
+  kDefault = 2,     // a first-record default
+  kWideOp = 4,      // kWide bytes or more: not part of the copy of the previous record, so zero
+  kRun = 8,         // opens a run of `entry` ops of fixed width, adjacent in the record
+  kRunDouble = 16,  // the run holds a price (a NaN differs even from itself)
 };
 
 struct Op {
@@ -306,7 +308,7 @@ struct Op {
   std::uint32_t width = 0;
   std::uint16_t field = 0;  // the field in the layout
   std::uint16_t group = 0;  // grouped: the group field in the layout
-  std::uint16_t entry = 0;  // grouped: the entry
+  std::uint16_t entry = 0;  // grouped: the entry; kRun: the ops of the run
   Kind kind = Kind::Char;
   u8 flags = 0;
 };
@@ -384,13 +386,42 @@ constexpr std::size_t opTotal(const std::array<Layout, N>& layouts) {
   return n;
 }
 
+// Fields compared byte for byte (not texts, which compare as terminated strings), outside a
+// group, one after the other in the record as in the map: when the previous record holds the
+// same bytes over a whole run, none of them is sent (but a NaN price).
+constexpr bool plain(const Op& op) {
+  return !(op.flags & kGrouped) && op.kind != Kind::Text && op.kind != Kind::ShortText &&
+         op.kind != Kind::Group;
+}
+
+constexpr void markRuns(Op* ops, std::size_t count) {
+  for (std::size_t k = 0; k < count;) {
+    std::size_t end = k + 1;
+    while (end < count && plain(ops[k]) && plain(ops[end]) &&
+           ops[end].offset == ops[end - 1].offset + ops[end - 1].width && end - k < 0xFFFF)
+      ++end;
+    const std::uint32_t bytes = ops[end - 1].offset + ops[end - 1].width - ops[k].offset;
+    if (end - k >= 2 && bytes >= 8) {
+      ops[k].flags = static_cast<u8>(ops[k].flags | kRun);
+      ops[k].entry = static_cast<std::uint16_t>(end - k);
+      for (std::size_t r = k; r < end; ++r)
+        if (ops[r].kind == Kind::Double) ops[k].flags = static_cast<u8>(ops[k].flags | kRunDouble);
+    }
+    k = end;
+  }
+}
+
 template <std::size_t Total, std::size_t N>
 constexpr std::array<Op, Total> buildOps(const std::array<Layout, N>& layouts) {
   std::array<Op, Total> ops{};
   std::size_t n = 0;
   for (const Layout& l : layouts)
     for (Part part : {Part::Whole, Part::Group, Part::Reduced})
-      if (hasOps(l, part)) walkOps(l, part, [&](const Op& op) { ops[n++] = op; });
+      if (hasOps(l, part)) {
+        const std::size_t start = n;
+        walkOps(l, part, [&](const Op& op) { ops[n++] = op; });
+        markRuns(ops.data() + start, n - start);
+      }
   return ops;
 }
 
@@ -688,7 +719,8 @@ TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a,
     case Kind::Double: return !(loadF64(p) == loadF64(q));  // NaN always differs
     case Kind::Text:
     case Kind::ShortText:
-      if (f.text != TextForm::ExchangeCode) {
+      // Wide texts: the reference's search for the terminator and one comparison up to it.
+      if (f.text != TextForm::ExchangeCode && op.width < kWide) {
         const int d = textsDifferInside(p, q, op.width);
         if (d >= 0) return d;
       }
@@ -720,6 +752,22 @@ std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op*
   const InView zeros;
   for (std::uint32_t k = 0; k < program.count; ++k) {
     const Op& op = ops[k];
+    if (inside && (op.flags & kRun)) {
+      const Op& last = ops[k + op.entry - 1];
+      if (std::memcmp(current.ptr(op.offset), prior->ptr(op.offset),
+                      last.offset + last.width - op.offset) == 0) {
+        if (op.flags & kRunDouble)
+          for (std::uint32_t r = k; r < k + op.entry; ++r)
+            if (ops[r].kind == Kind::Double &&
+                current.f64(ops[r].offset) != current.f64(ops[r].offset)) {
+              const int j = static_cast<int>(r) + first;
+              out[j / 7] |= bitOf(j);
+              p += writeField(layout.fields[ops[r].field], current, prior, ops[r].offset, p);
+            }
+        k += op.entry - 1u;
+        continue;
+      }
+    }
     const Field& f = layout.fields[op.field];
     const InView* against = prior;
     bool whole = inside;
