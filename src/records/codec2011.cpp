@@ -732,6 +732,26 @@ TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a,
   return false;
 }
 
+// Writes a present field of a record wholly inside its view: a short length-prefixed text
+// measured within its array and copied without a call; the rest as writeField does.
+TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InView& r,
+                                         const InView* previous, u8* out) {
+  if ((op.kind == Kind::Text || op.kind == Kind::ShortText) && op.width < kWide &&
+      f.text == TextForm::LengthPrefixed) {
+    const u8* text = r.ptr(op.offset);
+    std::uint32_t n = 0;
+    for (; n + 8 <= op.width; n += 8) {
+      const std::uint64_t x = loadU64(text + n);
+      if ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) break;
+    }
+    while (n < op.width && text[n]) ++n;
+    const int k = stopbit::writeInt64(out, n);
+    copyShort(out + k, text, n);
+    return static_cast<std::uint32_t>(k) + n;
+  }
+  return writeField(f, r, previous, op.offset, out);
+}
+
 std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
                          const InView& current, std::uint16_t index, const Previous& previous,
                          u8* out) {
@@ -749,6 +769,7 @@ std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op*
   }
   const InView* prior = previous.record;
   const bool inside = prior && current.size() >= layout.size && prior->size() >= layout.size;
+  const bool readable = current.size() >= layout.size;
   const InView zeros;
   for (std::uint32_t k = 0; k < program.count; ++k) {
     const Op& op = ops[k];
@@ -787,7 +808,8 @@ std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op*
     if (present) {
       const int j = static_cast<int>(k) + first;
       out[j / 7] |= bitOf(j);
-      p += writeField(f, current, prior, op.offset, p);
+      p += readable ? writeInside(f, op, current, prior, p)
+                    : writeField(f, current, prior, op.offset, p);
     }
   }
   return static_cast<std::uint32_t>(p - out);
