@@ -160,6 +160,23 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
   }
   if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;
   pos += 2;
+  // The group's fields, adjacent ones joined: what every record takes from its entry.
+  struct Span {
+    std::uint32_t offset, width;
+  };
+  Span spans[16];
+  int spanCount = 0;
+  bool joined = true;
+  for (const records::Field& f : layout) {
+    if (!f.dictionary) continue;
+    if (spanCount > 0 && spans[spanCount - 1].offset + spans[spanCount - 1].width == f.offset) {
+      spans[spanCount - 1].width += f.width;
+    } else if (spanCount < 16) {
+      spans[spanCount++] = Span{f.offset, f.width};
+    } else {
+      joined = false;
+    }
+  }
   Previous before;
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
@@ -169,7 +186,11 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
     const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
                                                     record, end - record, before);
     if (index >= entries) return TRDCOMP_ERROR_DICTIONARY_INDEX;
-    if (index < held)
+    if (index < held && joined)
+      for (int k = 0; k < spanCount; ++k)
+        std::memcpy(record + spans[k].offset, table.get() + index * size + spans[k].offset,
+                    spans[k].width);
+    else if (index < held)
       for (const records::Field& f : layout)
         if (f.dictionary)
           std::memcpy(record + f.offset, table.get() + index * size + f.offset, f.width);
