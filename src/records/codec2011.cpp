@@ -736,6 +736,20 @@ TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a,
 // measured within its array and copied without a call; the rest as writeField does.
 TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InView& r,
                                          const InView* previous, u8* out) {
+  const u8* at = r.ptr(op.offset);
+  switch (op.kind) {
+    case Kind::Char: return stopbit::writeInt64(out, static_cast<signed char>(*at));
+    case Kind::Int32:
+      if (f.baseForm != BaseForm::Constant) break;
+      return stopbit::writeInt64(
+          out, static_cast<std::int32_t>(loadU32(at) - static_cast<std::uint32_t>(f.base)));
+    case Kind::Int64:
+      if (f.baseForm != BaseForm::Constant) break;
+      return stopbit::writeInt64(
+          out, static_cast<std::int64_t>(loadU64(at) - static_cast<std::uint64_t>(f.base)));
+    case Kind::Double: return stopbit::writeInt64(out, stopbit::decimalUnits(loadF64(at)));
+    default: break;
+  }
   if ((op.kind == Kind::Text || op.kind == Kind::ShortText) && op.width < kWide &&
       f.text == TextForm::LengthPrefixed) {
     const u8* text = r.ptr(op.offset);
