@@ -268,4 +268,42 @@ TEST(FastPath2011, TextCutByTheInputEndsZero) {
   }
 }
 
+// A dictionary section sends one entry per distinct group: texts compared up to their
+// terminator within their arrays, characters by value. Answer 1113: texts of 32, 16 and 16 bytes
+// at 0, 32 and 48 and characters at 112 and 113; callers' records of the layout's size, larger,
+// and smaller (the last record's view then ends early, and the checked comparison decides).
+TEST(FastPath2011, DictionaryEntriesFollowTheGroupFields) {
+  struct Case {
+    const char* name;
+    int entries;
+    void (*change)(Bytes& second);  // the second of three records
+  };
+  const Case cases[] = {
+      {"the same", 1, [](Bytes&) {}},
+      {"bytes past a terminator", 1, [](Bytes& r) { r[40] = 'z', r[63] = 'q'; }},
+      {"a field outside the group", 1, [](Bytes& r) { r[64] = 7, r[200] = 'w'; }},
+      {"a character", 2, [](Bytes& r) { r[113] = 'B'; }},
+      {"a character that is zero", 2, [](Bytes& r) { r[112] = 0; }},
+      {"a text before its terminator", 2, [](Bytes& r) { r[33] = 'Q'; }},
+      {"a shorter text", 2, [](Bytes& r) { r[34] = 0; }},
+      {"a text filling its array", 2, [](Bytes& r) { std::memset(&r[48], 'F', 16); }},
+  };
+  for (const Case& c : cases)
+    for (int stride : {283, 323, 200}) {
+      Bytes first(283, 0);
+      std::memcpy(&first[0], "account", 7);
+      std::memcpy(&first[32], "XYZ", 3);
+      std::memcpy(&first[48], "market", 6);
+      first[112] = 'A', first[113] = 'S';
+      Bytes second = first;
+      c.change(second);
+      first.resize(static_cast<std::size_t>(stride));
+      second.resize(static_cast<std::size_t>(stride));
+      const Bytes records = concat(concat(first, second), first);
+      const Bytes packed = packAnswer(answerProc(1113, {{3, stride}}), {records}, 0, 0x10);
+      ASSERT_GT(packed.size(), 98u) << c.name;
+      EXPECT_EQ(trdcomp::loadU16(&packed[96]), c.entries) << c.name << " stride " << stride;
+    }
+}
+
 }  // namespace
