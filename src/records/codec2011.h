@@ -41,10 +41,10 @@ std::int64_t maxBlock2011(const Layout& layout, Part part);
 // block's dictionary index (Part::Reduced), else 0.
 //
 // The layouts of the catalogue go through a field table prepared at compile time: the previous
-// record is copied (its widest fields one by one, when absent), then only the present fields
-// are read over it, integers and texts without a check per byte while they lie well inside the
-// input. Any other layout, and a call
-// the table does not cover, takes the reference decoder below; both give the same bytes.
+// record's fields are copied in a few runs (its widest fields one by one, when absent), then
+// only the present fields are read over them, integers and texts without a check per byte while
+// they lie well inside the input. Any other layout, and a call the table does not cover, takes
+// the reference decoder below; both give the same bytes.
 std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
                          u8* record, std::int64_t room, const Previous& previous);
 
