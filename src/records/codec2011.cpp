@@ -618,6 +618,25 @@ inline void zeroShort(u8* dst, std::size_t n) {
   }
 }
 
+// A length-prefixed text or block: the length, then min(length, most) bytes and zeros to the
+// field's end (a text keeps room for its terminator: most = width - 1). False, with nothing
+// read, when the bytes run past the input: the reference reads then settle it.
+TRDCOMP_INLINE bool readCounted(const Op& op, const InView& in, std::int64_t& pos, u8* dst,
+                                std::uint32_t most) {
+  std::int64_t at = pos;
+  const std::int32_t length = readInt<std::int32_t>(in, at);
+  const std::int64_t keep = length < 1 ? 0 : std::min<std::int64_t>(length, most);
+  if (keep > 0 && !(at >= 0 && in.size() - at >= keep)) return false;
+  if (op.flags & kWideOp) {  // the field is zero: only its bytes
+    if (keep > 0) std::memcpy(dst, in.ptr(at), static_cast<std::size_t>(keep));
+  } else {
+    copyShort(dst, in.ptr(at), static_cast<std::size_t>(keep));
+    zeroShort(dst + keep, op.width - static_cast<std::size_t>(keep));
+  }
+  pos = at + length;
+  return true;
+}
+
 // One present field over the copy of the previous record (or a zero record): every byte of the
 // field is written, as the reference decoder leaves it in a zero record.
 void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos, u8* record,
@@ -653,34 +672,14 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
     case Kind::Text:
     case Kind::ShortText: {
       const Field& f = layout.fields[op.field];
-      if (f.text == TextForm::LengthPrefixed) {
-        // The length, then min(length, width - 1) characters and zeros to the field's end.
-        const std::int64_t start = pos;
-        const std::int32_t length = readInt<std::int32_t>(in, pos);
-        const std::int64_t keep =
-            length < 1 ? 0 : std::min<std::int64_t>(length, std::int64_t(op.width) - 1);
-        if (keep > 0 && !(pos >= 0 && in.size() - pos >= keep)) {
-          // Characters past the input: the reference read from a zero field.
-          if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
-          pos = start;
-          readText(f, in, pos, dst);
-          return;
-        }
-        if (op.flags & kWideOp) {
-          if (keep > 0) std::memcpy(dst, in.ptr(pos), static_cast<std::size_t>(keep));
-        } else {
-          copyShort(dst, in.ptr(pos), static_cast<std::size_t>(keep));
-          zeroShort(dst + keep, op.width - static_cast<std::size_t>(keep));
-        }
-        pos += length;
-        return;
-      }
+      if (f.text == TextForm::LengthPrefixed && readCounted(op, in, pos, dst, op.width - 1)) return;
       if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
       readText(f, in, pos, dst);
       return;
     }
     case Kind::Block:
     case Kind::CountedBlock:
+      if (readCounted(op, in, pos, dst, op.width)) return;
       if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
       pos += stopbit::readBinData(in, pos, dst, static_cast<int>(op.width));
       return;
