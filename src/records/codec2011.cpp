@@ -557,28 +557,6 @@ TRDCOMP_INLINE T readInt(const InView& in, std::int64_t& pos) {
   return stopbit::readSigned<T>(in, pos);
 }
 
-// Copies n bytes from one record of a restored buffer to another: 64 bytes a step, all four loads
-// ahead of the stores (a memcpy of a large size slows down when source and destination lie close
-// to a multiple of 4 KiB apart, as copyRecord in primitives/bytes.h explains).
-inline void copyAcross(u8* dst, const u8* src, std::int64_t n) {
-#if TRDCOMP_SSE2
-  std::int64_t i = 0;
-  for (; i + 64 <= n; i += 64) {
-    const auto* s = reinterpret_cast<const __m128i*>(src + i);
-    auto* d = reinterpret_cast<__m128i*>(dst + i);
-    const __m128i a = _mm_loadu_si128(s), b = _mm_loadu_si128(s + 1), c = _mm_loadu_si128(s + 2),
-                  e = _mm_loadu_si128(s + 3);
-    _mm_storeu_si128(d, a);
-    _mm_storeu_si128(d + 1, b);
-    _mm_storeu_si128(d + 2, c);
-    _mm_storeu_si128(d + 3, e);
-  }
-  if (i < n) std::memcpy(dst + i, src + i, static_cast<std::size_t>(n - i));
-#else
-  copyRecord(dst, src, n);
-#endif
-}
-
 // Copies n bytes, reading and writing no byte outside [0, n): overlapping moves of 16, 8, 4 or
 // one byte, for the short runs of a field, where a call to memcpy costs more than the copy.
 inline void copyShort(u8* dst, const u8* src, std::size_t n) {
@@ -616,6 +594,28 @@ inline void zeroShort(u8* dst, std::size_t n) {
   } else {
     copyShort(dst, kZeros, n);
   }
+}
+
+// Copies n bytes from one record of a restored buffer to another: 64 bytes a step, all four loads
+// ahead of the stores (a memcpy of a large size slows down when source and destination lie close
+// to a multiple of 4 KiB apart, as copyRecord in primitives/bytes.h explains).
+inline void copyAcross(u8* dst, const u8* src, std::int64_t n) {
+#if TRDCOMP_SSE2
+  std::int64_t i = 0;
+  for (; i + 64 <= n; i += 64) {
+    const auto* s = reinterpret_cast<const __m128i*>(src + i);
+    auto* d = reinterpret_cast<__m128i*>(dst + i);
+    const __m128i a = _mm_loadu_si128(s), b = _mm_loadu_si128(s + 1), c = _mm_loadu_si128(s + 2),
+                  e = _mm_loadu_si128(s + 3);
+    _mm_storeu_si128(d, a);
+    _mm_storeu_si128(d + 1, b);
+    _mm_storeu_si128(d + 2, c);
+    _mm_storeu_si128(d + 3, e);
+  }
+  if (i < n) copyShort(dst + i, src + i, static_cast<std::size_t>(n - i));
+#else
+  copyRecord(dst, src, n);
+#endif
 }
 
 // A length-prefixed text or block: the length, then min(length, most) bytes and zeros to the
