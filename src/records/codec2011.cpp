@@ -301,7 +301,19 @@ enum OpFlag : u8 {
   kWideOp = 4,      // kWide bytes or more: not part of the copy of the previous record, so zero
   kRun = 8,         // opens a run of `entry` ops of fixed width, adjacent in the record
   kRunDouble = 16,  // the run holds a price (a NaN differs even from itself)
+  kSimple = 32,     // a length-prefixed text, or an integer of base 0: no look at its field
 };
+
+// Whether a field is read without its layout entry: length-prefixed texts, integers of base 0.
+constexpr bool simple(const Field& f) {
+  switch (f.kind) {
+    case Kind::Text:
+    case Kind::ShortText: return f.text == TextForm::LengthPrefixed;
+    case Kind::Int32:
+    case Kind::Int64: return f.baseForm == BaseForm::Constant && f.base == 0;
+    default: return false;
+  }
+}
 
 struct Op {
   std::uint32_t offset = 0;  // in the record
@@ -361,7 +373,8 @@ constexpr void walkOps(const Layout& l, Part part, Emit&& emit) {
           op.group = i;
           op.entry = e;
           op.kind = g.kind;
-          op.flags = static_cast<u8>(kGrouped | (g.hasDefault ? kDefault : 0));
+          op.flags =
+              static_cast<u8>(kGrouped | (g.hasDefault ? kDefault : 0) | (simple(g) ? kSimple : 0));
           emit(op);
         }
       i = static_cast<std::uint16_t>(i + f.members);
@@ -371,7 +384,8 @@ constexpr void walkOps(const Layout& l, Part part, Emit&& emit) {
       op.width = f.width;
       op.field = i;
       op.kind = f.kind;
-      op.flags = static_cast<u8>((f.hasDefault ? kDefault : 0) | (f.width >= kWide ? kWideOp : 0));
+      op.flags = static_cast<u8>((f.hasDefault ? kDefault : 0) | (f.width >= kWide ? kWideOp : 0) |
+                                 (simple(f) ? kSimple : 0));
       emit(op);
     }
   }
@@ -645,8 +659,12 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
   switch (op.kind) {
     case Kind::Char: *dst = static_cast<u8>(readInt<std::int32_t>(in, pos)); return;
     case Kind::Int32: {
-      const Field& f = layout.fields[op.field];
       const std::uint32_t v = static_cast<std::uint32_t>(readInt<std::int32_t>(in, pos));
+      if (op.flags & kSimple) {
+        storeU32(dst, v);
+        return;
+      }
+      const Field& f = layout.fields[op.field];
       const std::uint32_t base =
           f.baseForm == BaseForm::Constant
               ? static_cast<std::uint32_t>(f.base)
@@ -655,8 +673,12 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
       return;
     }
     case Kind::Int64: {
-      const Field& f = layout.fields[op.field];
       const std::uint64_t v = static_cast<std::uint64_t>(readInt<std::int64_t>(in, pos));
+      if (op.flags & kSimple) {
+        storeU64(dst, v);
+        return;
+      }
+      const Field& f = layout.fields[op.field];
       const std::uint64_t base =
           f.baseForm == BaseForm::Constant
               ? static_cast<std::uint64_t>(f.base)
@@ -671,8 +693,8 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
     }
     case Kind::Text:
     case Kind::ShortText: {
+      if ((op.flags & kSimple) && readCounted(op, in, pos, dst, op.width - 1)) return;
       const Field& f = layout.fields[op.field];
-      if (f.text == TextForm::LengthPrefixed && readCounted(op, in, pos, dst, op.width - 1)) return;
       if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
       readText(f, in, pos, dst);
       return;
@@ -719,7 +741,7 @@ TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a,
     case Kind::Text:
     case Kind::ShortText:
       // Wide texts: the reference's search for the terminator and one comparison up to it.
-      if (f.text != TextForm::ExchangeCode && op.width < kWide) {
+      if ((op.flags & kSimple) && op.width < kWide) {
         const int d = textsDifferInside(p, q, op.width);
         if (d >= 0) return d;
       }
@@ -739,18 +761,16 @@ TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InV
   switch (op.kind) {
     case Kind::Char: return stopbit::writeInt64(out, static_cast<signed char>(*at));
     case Kind::Int32:
-      if (f.baseForm != BaseForm::Constant) break;
-      return stopbit::writeInt64(
-          out, static_cast<std::int32_t>(loadU32(at) - static_cast<std::uint32_t>(f.base)));
+      if (!(op.flags & kSimple)) break;
+      return stopbit::writeInt64(out, static_cast<std::int32_t>(loadU32(at)));
     case Kind::Int64:
-      if (f.baseForm != BaseForm::Constant) break;
-      return stopbit::writeInt64(
-          out, static_cast<std::int64_t>(loadU64(at) - static_cast<std::uint64_t>(f.base)));
+      if (!(op.flags & kSimple)) break;
+      return stopbit::writeInt64(out, static_cast<std::int64_t>(loadU64(at)));
     case Kind::Double: return stopbit::writeInt64(out, stopbit::decimalUnits(loadF64(at)));
     default: break;
   }
   if ((op.kind == Kind::Text || op.kind == Kind::ShortText) && op.width < kWide &&
-      f.text == TextForm::LengthPrefixed) {
+      (op.flags & kSimple)) {
     const u8* text = r.ptr(op.offset);
     std::uint32_t n = 0;
     for (; n + 8 <= op.width; n += 8) {
