@@ -1,8 +1,10 @@
-// Drives the 2008 record codec's two paths on the same bytes: records that lie wholly inside
-// their input are read without checks, the reference reads check every byte. Byte 0 and 1 pick a
-// layout, byte 2 the codec flag, bytes 3-4 how far behind the record the input goes on (so that
-// both paths are taken); the rest is a packed record for the decoders and a caller's record for
-// the encoders. Any difference in bytes written or lengths aborts.
+// Drives the record codecs' two paths on the same bytes: the 2008 codec reads records that lie
+// wholly inside their input without checks, the 2011 codec restores catalogue layouts through its
+// prepared field table; the reference paths check every byte. Byte 0 and 1 pick a layout, byte 2
+// the 2008 codec flag and the 2011 part, bytes 3-4 how far behind the record the input goes on
+// (so that both paths are taken) and whether a 2011 block has a previous record; the rest is a
+// packed record for the decoders and a caller's record for the encoders. Any difference in bytes
+// written or lengths aborts.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 
 #include "records/answer_layouts.h"
 #include "records/codec2008.h"
+#include "records/codec2011.h"
 #include "records/request_layouts.h"
 
 using trdcomp::InView;
@@ -54,5 +57,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       !std::equal(ea.begin() + static_cast<std::ptrdiff_t>(most), ea.end(),
                   eb.begin() + static_cast<std::ptrdiff_t>(most)))
     std::abort();
+
+  // 2011: a block of the body (its length from bytes 3-4) restored over zero records, chained to
+  // a previous record made of the body's first bytes when byte 4 says so; then the body packed
+  // as a record against that previous one.
+  using trdcomp::records::Part;
+  using trdcomp::records::Previous;
+  const Part part = l.dictionary ? static_cast<Part>((data[2] >> 2) % 3) : Part::Whole;
+  std::vector<std::uint8_t> prior(l.size, 0);
+  std::memcpy(prior.data(), in.data(), std::min<std::size_t>(in.size(), l.size));
+  const InView priorView(prior.data(), static_cast<std::int64_t>(prior.size()));
+  const Previous previous{data[4] & 0x40 ? &priorView : nullptr,
+                          static_cast<std::uint16_t>(data[3] % 4)};
+  const std::int64_t length = (data[3] | data[4] << 8) % (static_cast<std::int64_t>(body) + 8);
+  std::vector<std::uint8_t> da(l.size + 16, 0), db(l.size + 16, 0);
+  const auto ia = trdcomp::records::decode2011(l, part, view, length, da.data(), l.size, previous);
+  const auto ib =
+      trdcomp::records::decode2011Checked(l, part, view, length, db.data(), l.size, previous);
+  if (ia != ib || da != db) std::abort();
+
+  const std::size_t block = static_cast<std::size_t>(trdcomp::records::maxBlock2011(l, part));
+  std::vector<std::uint8_t> pa(block + 1, 0xEE), pb(block + 1, 0xEE);
+  const auto index = static_cast<std::uint16_t>(data[2] >> 4);
+  const auto sa = trdcomp::records::encode2011(l, part, view, index, previous, pa.data());
+  const auto sb = trdcomp::records::encode2011Checked(l, part, view, index, previous, pb.data());
+  if (sa != sb || sa > block || pa != pb) std::abort();
   return 0;
 }

@@ -41,9 +41,43 @@ void packBlocks(const Layout& layout, const InView& records, std::int64_t count,
   }
 }
 
+// The fields of a dictionary layout's repeated group, in layout order.
+struct GroupFields {
+  struct Entry {
+    std::uint32_t offset, width;
+    bool text;  // ends at its first zero byte (characters do not)
+  };
+  Entry fields[16];
+  int count = 0;
+  bool listed = true;  // all of them (else: walk the layout)
+
+  explicit GroupFields(const Layout& layout) {
+    for (const records::Field& f : layout) {
+      if (!f.dictionary) continue;
+      if (count == 16) {
+        listed = false;
+        return;
+      }
+      fields[count++] = Entry{f.offset, f.width, f.kind != records::Kind::Char};
+    }
+  }
+};
+
 // The group fields of two records are equal: characters by value, texts as terminated strings
-// (within their arrays).
-bool sameGroup(const Layout& layout, const InView& a, const InView& b) {
+// (within their arrays). Records wholly inside their views are compared without a check per
+// byte.
+bool sameGroup(const Layout& layout, const GroupFields& group, const InView& a, const InView& b) {
+  if (group.listed && a.size() >= layout.size && b.size() >= layout.size) {
+    for (int k = 0; k < group.count; ++k) {
+      const GroupFields::Entry& f = group.fields[k];
+      const u8 *x = a.ptr(f.offset), *y = b.ptr(f.offset);
+      for (std::uint32_t i = 0; i < f.width; ++i) {
+        if (x[i] != y[i]) return false;
+        if (x[i] == 0 && f.text) break;
+      }
+    }
+    return true;
+  }
   for (const records::Field& f : layout) {
     if (!f.dictionary) continue;
     for (std::uint32_t i = 0; i < f.width; ++i) {
@@ -55,8 +89,20 @@ bool sameGroup(const Layout& layout, const InView& a, const InView& b) {
   return true;
 }
 
-std::uint64_t groupHash(const Layout& layout, const InView& r) {
+std::uint64_t groupHash(const Layout& layout, const GroupFields& group, const InView& r) {
   std::uint64_t h = 1469598103934665603ull;
+  if (group.listed && r.size() >= layout.size) {
+    for (int k = 0; k < group.count; ++k) {
+      const GroupFields::Entry& f = group.fields[k];
+      const u8* x = r.ptr(f.offset);
+      for (std::uint32_t i = 0; i < f.width; ++i) {
+        if (x[i] == 0 && f.text) break;
+        h = (h ^ x[i]) * 1099511628211ull;
+      }
+      h = (h ^ 0xFF) * 1099511628211ull;
+    }
+    return h;
+  }
   for (const records::Field& f : layout) {
     if (!f.dictionary) continue;
     for (std::uint32_t i = 0; i < f.width; ++i) {
@@ -86,10 +132,11 @@ bool packDictionary(const Layout& layout, const InView& records, std::int32_t co
   Scratch<std::uint16_t> index(n + 1);
   if (!first || !table || !index) return false;
   std::int32_t entries = 0;
+  const GroupFields group(layout);
   for (std::int32_t i = 0; i < count; ++i) {
     const InView current = record(i);
-    std::size_t s = groupHash(layout, current) & (slotCount - 1);
-    while (table[s] && !sameGroup(layout, record(first[table[s] - 1]), current))
+    std::size_t s = groupHash(layout, group, current) & (slotCount - 1);
+    while (table[s] && !sameGroup(layout, group, record(first[table[s] - 1]), current))
       s = (s + 1) & (slotCount - 1);
     if (!table[s]) {
       first[entries] = i;
@@ -160,6 +207,23 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
   }
   if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;
   pos += 2;
+  // The group's fields, adjacent ones joined: what every record takes from its entry.
+  struct Span {
+    std::uint32_t offset, width;
+  };
+  Span spans[16];
+  int spanCount = 0;
+  bool joined = true;
+  for (const records::Field& f : layout) {
+    if (!f.dictionary) continue;
+    if (spanCount > 0 && spans[spanCount - 1].offset + spans[spanCount - 1].width == f.offset) {
+      spans[spanCount - 1].width += f.width;
+    } else if (spanCount < 16) {
+      spans[spanCount++] = Span{f.offset, f.width};
+    } else {
+      joined = false;
+    }
+  }
   Previous before;
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
@@ -169,7 +233,11 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
     const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
                                                     record, end - record, before);
     if (index >= entries) return TRDCOMP_ERROR_DICTIONARY_INDEX;
-    if (index < held)
+    if (index < held && joined)
+      for (int k = 0; k < spanCount; ++k)
+        std::memcpy(record + spans[k].offset, table.get() + index * size + spans[k].offset,
+                    spans[k].width);
+    else if (index < held)
       for (const records::Field& f : layout)
         if (f.dictionary)
           std::memcpy(record + f.offset, table.get() + index * size + f.offset, f.width);

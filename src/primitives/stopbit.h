@@ -15,7 +15,7 @@ namespace trdcomp::stopbit {
 
 // Bytes of the signed form. The size rests on the magnitude, so the most negative value of each
 // length (-64, -8192, ...) takes one byte more than two's complement would need.
-inline int sizeInt64(std::int64_t value) {
+constexpr int sizeInt64(std::int64_t value) {
   std::uint64_t m = value < 0 ? 0ull - static_cast<std::uint64_t>(value) : value;
   int n = 1;
   for (std::uint64_t limit = 64; n < 10 && m >= limit; limit <<= 7) ++n;

@@ -2,8 +2,23 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <type_traits>
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define TRDCOMP_SSE2 1
+#endif
+
+#if defined(__GNUC__)
+#define TRDCOMP_INLINE inline __attribute__((always_inline))
+#else
+#define TRDCOMP_INLINE inline
+#endif
 
 #include "primitives/stopbit.h"
+#include "records/answer_layouts.h"
+#include "records/request_layouts.h"
 
 namespace trdcomp::records {
 namespace {
@@ -20,7 +35,7 @@ constexpr ExchangeCode kExchangeCodes[] = {
     {"if1", 'i'}, {"if2", 'j'}, {"if3", 'k'},
 };
 
-bool inPart(const Field& f, Part part) {
+constexpr bool inPart(const Field& f, Part part) {
   return part == Part::Whole || (part == Part::Group) == f.dictionary;
 }
 
@@ -28,7 +43,7 @@ bool inPart(const Field& f, Part part) {
 // counted group gives all of its entries their places, so that the map numbering does not
 // depend on the count; `group` and `entry` let the caller skip the entries past the count.
 template <class Visit>
-void forEachField(const Layout& layout, Part part, Visit&& visit) {
+constexpr void forEachField(const Layout& layout, Part part, Visit&& visit) {
   for (const Field* f = layout.begin(); f != layout.end(); ++f) {
     if (f->kind == Kind::Group) {
       for (std::int64_t e = 0; e < f->repeat; ++e)
@@ -251,15 +266,11 @@ constexpr u8 bitOf(int j) {
   return static_cast<u8>(0x40 >> (j % 7));
 }
 
-}  // namespace
-
-int mapLength(const Layout& layout, Part part) {
-  return (layout.fastFields[static_cast<int>(part)] + 6) / 7;
-}
-
-std::int64_t maxBlock2011(const Layout& layout, Part part) {
+// The most bytes one block of `part` takes (map included), whatever the record.
+constexpr std::int64_t blockBound(const Layout& layout, Part part) {
   // The dictionary index is a 16-bit value: three stop-bit bytes at most.
-  std::int64_t most = mapLength(layout, part) + (part == Part::Reduced ? 3 : 0);
+  std::int64_t most =
+      (layout.fastFields[static_cast<int>(part)] + 6) / 7 + (part == Part::Reduced ? 3 : 0);
   forEachField(layout, part, [&](const Field& f, std::int64_t, const Field*, std::int64_t) {
     switch (f.kind) {
       case Kind::Char: most += 2; return;   // a sign-extended byte
@@ -280,8 +291,656 @@ std::int64_t maxBlock2011(const Layout& layout, Part part) {
   return most;
 }
 
-std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
-                         std::uint16_t index, const Previous& previous, u8* out) {
+// The prepared field table. Every catalogue layout has, per part, one op per place of the
+// presence map (a counted group's entries flattened in map order), so that map place j is op
+// j (after the dictionary index of a reduced block); what only some fields need (defaults,
+// bases, the group) is reached through the field's index in the layout.
+enum OpFlag : u8 {
+  kGrouped = 1,     // a member of a counted group's entry
+  kDefault = 2,     // a first-record default
+  kWideOp = 4,      // kWide bytes or more: not part of the copy of the previous record, so zero
+  kRun = 8,         // opens a run of `entry` ops of fixed width, adjacent in the record
+  kRunDouble = 16,  // the run holds a price (a NaN differs even from itself)
+  kSimple = 32,     // a length-prefixed text, or an integer of base 0: no look at its field
+};
+
+// Whether a field is read without its layout entry: length-prefixed texts, integers of base 0.
+constexpr bool simple(const Field& f) {
+  switch (f.kind) {
+    case Kind::Text:
+    case Kind::ShortText: return f.text == TextForm::LengthPrefixed;
+    case Kind::Int32:
+    case Kind::Int64: return f.baseForm == BaseForm::Constant && f.base == 0;
+    default: return false;
+  }
+}
+
+struct Op {
+  std::uint32_t offset = 0;  // in the record
+  std::uint32_t width = 0;
+  std::uint16_t field = 0;  // the field in the layout
+  std::uint16_t group = 0;  // grouped: the group field in the layout
+  std::uint16_t entry = 0;  // grouped: the entry; kRun: the ops of the run
+  Kind kind = Kind::Char;
+  u8 flags = 0;
+};
+static_assert(sizeof(Op) == 16);
+
+// Fields this wide or wider are restored one by one (read when present, copied from the previous
+// record when absent), so that a large field that changes is not first copied and then
+// overwritten; the rest of a record comes from the previous one in a few copies.
+constexpr std::uint32_t kWide = 128;
+constexpr int kMostRuns = 8;
+constexpr int kMostWide = 4;
+
+struct Span {
+  std::uint32_t offset = 0, length = 0;
+};
+
+struct Program {
+  std::uint32_t first = 0;  // the part's first op in the table
+  std::uint16_t count = 0;
+  bool usable = false;    // the fast decoder may take it (else: the reference decoder)
+  bool grouped = false;   // a counted group among the ops
+  bool defaults = false;  // a first-record default among the ops
+  std::uint8_t runs = 0;
+  std::int64_t most = 0;  // maxBlock2011
+  std::uint8_t wides = 0;
+  // The bytes of the ops narrower than kWide, in ascending runs: what is copied from the
+  // previous record (the bytes outside them stay zero, as the reference decoder leaves them).
+  Span copy[kMostRuns] = {};
+  std::uint16_t wide[kMostWide] = {};  // the ops of kWide bytes or more
+};
+
+constexpr bool hasOps(const Layout& l, Part part) {
+  return !l.opaque && (part == Part::Whole || l.dictionary);
+}
+
+// Calls emit(op) for every map place of the part, in map order (as forEachField).
+template <class Emit>
+constexpr void walkOps(const Layout& l, Part part, Emit&& emit) {
+  for (std::uint16_t i = 0; i < l.fieldCount; ++i) {
+    const Field& f = l.fields[i];
+    if (f.kind == Kind::Group) {
+      for (std::uint16_t e = 0; e < f.repeat; ++e)
+        for (std::uint16_t m = 1; m <= f.members; ++m) {
+          const Field& g = l.fields[i + m];
+          if (!inPart(g, part)) continue;
+          Op op;
+          op.offset = f.offset + e * f.stride + g.offset;
+          op.width = g.width;
+          op.field = static_cast<std::uint16_t>(i + m);
+          op.group = i;
+          op.entry = e;
+          op.kind = g.kind;
+          op.flags =
+              static_cast<u8>(kGrouped | (g.hasDefault ? kDefault : 0) | (simple(g) ? kSimple : 0));
+          emit(op);
+        }
+      i = static_cast<std::uint16_t>(i + f.members);
+    } else if (inPart(f, part)) {
+      Op op;
+      op.offset = f.offset;
+      op.width = f.width;
+      op.field = i;
+      op.kind = f.kind;
+      op.flags = static_cast<u8>((f.hasDefault ? kDefault : 0) | (f.width >= kWide ? kWideOp : 0) |
+                                 (simple(f) ? kSimple : 0));
+      emit(op);
+    }
+  }
+}
+
+template <std::size_t N>
+constexpr std::size_t opTotal(const std::array<Layout, N>& layouts) {
+  std::size_t n = 0;
+  for (const Layout& l : layouts)
+    for (Part part : {Part::Whole, Part::Group, Part::Reduced})
+      if (hasOps(l, part)) walkOps(l, part, [&](const Op&) { ++n; });
+  return n;
+}
+
+// Fields compared byte for byte (not texts, which compare as terminated strings), outside a
+// group, one after the other in the record as in the map: when the previous record holds the
+// same bytes over a whole run, none of them is sent (but a NaN price).
+constexpr bool plain(const Op& op) {
+  return !(op.flags & kGrouped) && op.kind != Kind::Text && op.kind != Kind::ShortText &&
+         op.kind != Kind::Group;
+}
+
+constexpr void markRuns(Op* ops, std::size_t count) {
+  for (std::size_t k = 0; k < count;) {
+    std::size_t end = k + 1;
+    while (end < count && plain(ops[k]) && plain(ops[end]) &&
+           ops[end].offset == ops[end - 1].offset + ops[end - 1].width && end - k < 0xFFFF)
+      ++end;
+    const std::uint32_t bytes = ops[end - 1].offset + ops[end - 1].width - ops[k].offset;
+    if (end - k >= 2 && bytes >= 8) {
+      ops[k].flags = static_cast<u8>(ops[k].flags | kRun);
+      ops[k].entry = static_cast<std::uint16_t>(end - k);
+      for (std::size_t r = k; r < end; ++r)
+        if (ops[r].kind == Kind::Double) ops[k].flags = static_cast<u8>(ops[k].flags | kRunDouble);
+    }
+    k = end;
+  }
+}
+
+template <std::size_t Total, std::size_t N>
+constexpr std::array<Op, Total> buildOps(const std::array<Layout, N>& layouts) {
+  std::array<Op, Total> ops{};
+  std::size_t n = 0;
+  for (const Layout& l : layouts)
+    for (Part part : {Part::Whole, Part::Group, Part::Reduced})
+      if (hasOps(l, part)) {
+        const std::size_t start = n;
+        walkOps(l, part, [&](const Op& op) { ops[n++] = op; });
+        markRuns(ops.data() + start, n - start);
+      }
+  return ops;
+}
+
+// Whether a non-grouped op among ops[0, before) writes the field at `offset`.
+constexpr bool writtenBefore(const Op* ops, std::uint32_t before, std::uint32_t offset) {
+  for (std::uint32_t k = 0; k < before; ++k)
+    if (!(ops[k].flags & kGrouped) && ops[k].offset == offset) return true;
+  return false;
+}
+
+// The program of one part: usable when every base field and group count is read before the
+// fields that use it (the fast decoder reads them from the record being restored, where the
+// reference decoder reads them too, so the order must make both see the same value), and when
+// the bytes outside the ops fit the span list.
+constexpr Program buildProgram(const Layout& l, Part part, const Op* ops, std::uint32_t first,
+                               std::uint32_t count) {
+  Program p;
+  p.first = first;
+  p.count = static_cast<std::uint16_t>(count);
+  p.most = blockBound(l, part);
+  if (!hasOps(l, part) ||
+      count != l.fastFields[static_cast<int>(part)] - (part == Part::Reduced ? 1u : 0u))
+    return p;
+  const Op* own = ops + first;
+  bool usable = true;
+  for (std::uint32_t k = 0; k < count; ++k) {
+    const Op& op = own[k];
+    const Field& f = l.fields[op.field];
+    if (op.offset + op.width > l.size) usable = false;
+    if (op.flags & kDefault) p.defaults = true;
+    if ((op.kind == Kind::Int32 || op.kind == Kind::Int64) && f.baseForm == BaseForm::Field &&
+        !writtenBefore(own, k, f.baseOffset))
+      usable = false;
+    if (op.flags & kGrouped) {
+      p.grouped = true;
+      const Field& g = l.fields[op.group];
+      if (!writtenBefore(own, k, g.countOffset)) usable = false;
+      // Every member of the group in this part, or none: the tail is cleared whole.
+      for (std::uint16_t m = 1; m <= g.members; ++m)
+        if (!inPart(l.fields[op.group + m], part)) usable = false;
+    }
+  }
+  // The bytes of the narrow ops, in ascending runs.
+  std::uint32_t at = 0;
+  for (;;) {
+    std::uint32_t start = UINT32_MAX;
+    for (std::uint32_t k = 0; k < count; ++k)
+      if (!(own[k].flags & kWideOp) && own[k].offset + own[k].width > at)
+        start = std::min(start, std::max(own[k].offset, at));
+    if (start == UINT32_MAX) break;
+    std::uint32_t end = start;
+    for (bool grew = true; grew;) {
+      grew = false;
+      for (std::uint32_t k = 0; k < count; ++k)
+        if (!(own[k].flags & kWideOp) && own[k].offset <= end &&
+            own[k].offset + own[k].width > end) {
+          end = own[k].offset + own[k].width;
+          grew = true;
+        }
+    }
+    if (p.runs == kMostRuns) {
+      usable = false;
+      break;
+    }
+    p.copy[p.runs++] = Span{start, end - start};
+    at = end;
+  }
+  for (std::uint32_t k = 0; k < count; ++k)
+    if (own[k].flags & kWideOp) {
+      if (p.wides == kMostWide) {
+        usable = false;
+        break;
+      }
+      p.wide[p.wides++] = static_cast<std::uint16_t>(k);
+    }
+  p.usable = usable;
+  return p;
+}
+
+template <std::size_t N>
+constexpr std::array<Program, 3 * N> buildPrograms(const std::array<Layout, N>& layouts,
+                                                   const Op* ops) {
+  std::array<Program, 3 * N> programs{};
+  std::uint32_t n = 0;
+  for (std::size_t i = 0; i < N; ++i)
+    for (Part part : {Part::Whole, Part::Group, Part::Reduced}) {
+      std::uint32_t count = 0;
+      if (hasOps(layouts[i], part)) walkOps(layouts[i], part, [&](const Op&) { ++count; });
+      programs[3 * i + static_cast<int>(part)] = buildProgram(layouts[i], part, ops, n, count);
+      n += count;
+    }
+  return programs;
+}
+
+constexpr auto kRequestOps = buildOps<opTotal(kRequestLayouts)>(kRequestLayouts);
+constexpr auto kRequestPrograms = buildPrograms(kRequestLayouts, kRequestOps.data());
+constexpr auto kAnswerOps = buildOps<opTotal(kAnswerLayouts)>(kAnswerLayouts);
+constexpr auto kAnswerPrograms = buildPrograms(kAnswerLayouts, kAnswerOps.data());
+
+// The program of a catalogue layout, with its table of ops; null for any other layout.
+const Program* programOf(const Layout& l, Part part, const Op*& ops) {
+  const std::less<const Layout*> before;
+  const auto find = [&](const auto& layouts, const auto& programs,
+                        const auto& table) -> const Program* {
+    if (before(&l, layouts.data()) || !before(&l, layouts.data() + layouts.size())) return nullptr;
+    const Program& p = programs[3 * static_cast<std::size_t>(&l - layouts.data()) +
+                                static_cast<std::size_t>(part)];
+    ops = table.data() + p.first;
+    return &p;
+  };
+  if (const Program* p = find(kAnswerLayouts, kAnswerPrograms, kAnswerOps)) return p;
+  return find(kRequestLayouts, kRequestPrograms, kRequestOps);
+}
+
+// A signed stop-bit integer; read without a check per byte while ten bytes lie inside the input
+// (the longest field a peer writes), else, or when those ten hold no last byte, as the
+// reference reads it.
+template <class T>
+TRDCOMP_INLINE T readInt(const InView& in, std::int64_t& pos) {
+  using U = std::make_unsigned_t<T>;
+  if (pos >= 0 && in.size() - pos >= 10) {
+    const u8* p = in.ptr(pos);
+    U acc = (p[0] & 0x40) ? static_cast<U>(~U(0)) : U(0);
+    for (int k = 0; k < 10; ++k) {
+      const u8 b = p[k];
+      acc = static_cast<U>((acc << 7) | (b & 0x7F));
+      if (b & 0x80) {
+        pos += k + 1;
+        return static_cast<T>(acc);
+      }
+    }
+  }
+  return stopbit::readSigned<T>(in, pos);
+}
+
+// Copies n bytes, reading and writing no byte outside [0, n): overlapping moves of 16, 8, 4 or
+// one byte, for the short runs of a field, where a call to memcpy costs more than the copy.
+inline void copyShort(u8* dst, const u8* src, std::size_t n) {
+  u8 chunk[16];
+  if (n >= 16) {
+    for (std::size_t i = 0; i + 16 < n; i += 16) {
+      std::memcpy(chunk, src + i, 16);
+      std::memcpy(dst + i, chunk, 16);
+    }
+    std::memcpy(chunk, src + n - 16, 16);
+    std::memcpy(dst + n - 16, chunk, 16);
+  } else if (n >= 8) {
+    std::uint64_t a, b;
+    std::memcpy(&a, src, 8);
+    std::memcpy(&b, src + n - 8, 8);
+    std::memcpy(dst, &a, 8);
+    std::memcpy(dst + n - 8, &b, 8);
+  } else if (n >= 4) {
+    std::uint32_t a, b;
+    std::memcpy(&a, src, 4);
+    std::memcpy(&b, src + n - 4, 4);
+    std::memcpy(dst, &a, 4);
+    std::memcpy(dst + n - 4, &b, 4);
+  } else {
+    for (std::size_t i = 0; i < n; ++i) dst[i] = src[i];
+  }
+}
+
+// Zeroes n bytes, writing no byte outside [0, n).
+inline void zeroShort(u8* dst, std::size_t n) {
+  static constexpr u8 kZeros[16] = {};
+  if (n >= 16) {
+    for (std::size_t i = 0; i + 16 < n; i += 16) std::memcpy(dst + i, kZeros, 16);
+    std::memcpy(dst + n - 16, kZeros, 16);
+  } else {
+    copyShort(dst, kZeros, n);
+  }
+}
+
+// Copies n bytes from one record of a restored buffer to another: 64 bytes a step, all four loads
+// ahead of the stores (a memcpy of a large size slows down when source and destination lie close
+// to a multiple of 4 KiB apart, as copyRecord in primitives/bytes.h explains).
+inline void copyAcross(u8* dst, const u8* src, std::int64_t n) {
+#if TRDCOMP_SSE2
+  std::int64_t i = 0;
+  for (; i + 64 <= n; i += 64) {
+    const auto* s = reinterpret_cast<const __m128i*>(src + i);
+    auto* d = reinterpret_cast<__m128i*>(dst + i);
+    const __m128i a = _mm_loadu_si128(s), b = _mm_loadu_si128(s + 1), c = _mm_loadu_si128(s + 2),
+                  e = _mm_loadu_si128(s + 3);
+    _mm_storeu_si128(d, a);
+    _mm_storeu_si128(d + 1, b);
+    _mm_storeu_si128(d + 2, c);
+    _mm_storeu_si128(d + 3, e);
+  }
+  if (i < n) copyShort(dst + i, src + i, static_cast<std::size_t>(n - i));
+#else
+  copyRecord(dst, src, n);
+#endif
+}
+
+// A length-prefixed text or block: the length, then min(length, most) bytes and zeros to the
+// field's end (a text keeps room for its terminator: most = width - 1). False, with nothing
+// read, when the bytes run past the input: the reference reads then settle it.
+TRDCOMP_INLINE bool readCounted(const Op& op, const InView& in, std::int64_t& pos, u8* dst,
+                                std::uint32_t most) {
+  std::int64_t at = pos;
+  const std::int32_t length = readInt<std::int32_t>(in, at);
+  const std::int64_t keep = length < 1 ? 0 : std::min<std::int64_t>(length, most);
+  if (keep > 0 && !(at >= 0 && in.size() - at >= keep)) return false;
+  if (op.flags & kWideOp) {  // the field is zero: only its bytes
+    if (keep > 0) std::memcpy(dst, in.ptr(at), static_cast<std::size_t>(keep));
+  } else {
+    copyShort(dst, in.ptr(at), static_cast<std::size_t>(keep));
+    zeroShort(dst + keep, op.width - static_cast<std::size_t>(keep));
+  }
+  pos = at + length;
+  return true;
+}
+
+// One present field over the copy of the previous record (or a zero record): every byte of the
+// field is written, as the reference decoder leaves it in a zero record.
+void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos, u8* record,
+            std::int64_t size, const InView* previous) {
+  u8* dst = record + op.offset;
+  switch (op.kind) {
+    case Kind::Char: *dst = static_cast<u8>(readInt<std::int32_t>(in, pos)); return;
+    case Kind::Int32: {
+      const std::uint32_t v = static_cast<std::uint32_t>(readInt<std::int32_t>(in, pos));
+      if (op.flags & kSimple) {
+        storeU32(dst, v);
+        return;
+      }
+      const Field& f = layout.fields[op.field];
+      const std::uint32_t base =
+          f.baseForm == BaseForm::Constant
+              ? static_cast<std::uint32_t>(f.base)
+              : static_cast<std::uint32_t>(baseOf(f, InView(record, size), previous, op.offset));
+      storeU32(dst, v + base);
+      return;
+    }
+    case Kind::Int64: {
+      const std::uint64_t v = static_cast<std::uint64_t>(readInt<std::int64_t>(in, pos));
+      if (op.flags & kSimple) {
+        storeU64(dst, v);
+        return;
+      }
+      const Field& f = layout.fields[op.field];
+      const std::uint64_t base =
+          f.baseForm == BaseForm::Constant
+              ? static_cast<std::uint64_t>(f.base)
+              : static_cast<std::uint64_t>(baseOf(f, InView(record, size), previous, op.offset));
+      storeU64(dst, v + base);
+      return;
+    }
+    case Kind::Double: {
+      constexpr double scale = stopbit::decimalScale();
+      storeF64(dst, static_cast<double>(readInt<std::int64_t>(in, pos)) / scale);
+      return;
+    }
+    case Kind::Text:
+    case Kind::ShortText: {
+      if ((op.flags & kSimple) && readCounted(op, in, pos, dst, op.width - 1)) return;
+      const Field& f = layout.fields[op.field];
+      if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
+      readText(f, in, pos, dst);
+      return;
+    }
+    case Kind::Block:
+    case Kind::CountedBlock:
+      if (readCounted(op, in, pos, dst, op.width)) return;
+      if (!(op.flags & kWideOp)) std::memset(dst, 0, op.width);
+      pos += stopbit::readBinData(in, pos, dst, static_cast<int>(op.width));
+      return;
+    case Kind::Group: return;
+  }
+}
+
+// Whether two texts of a field `width` bytes wide differ, both wholly readable from a and b: as
+// terminated strings, eight bytes at a time. A text without terminator in its array goes on
+// past it: -1, for the reference comparison to settle.
+inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
+  std::uint32_t i = 0;
+  for (; i + 8 <= width; i += 8) {
+    const std::uint64_t x = loadU64(a + i), y = loadU64(b + i);
+    const bool zero = (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+    if (x == y && !zero) continue;
+    for (std::uint32_t t = i; t < i + 8; ++t) {
+      if (a[t] != b[t]) return 1;
+      if (a[t] == 0) return 0;
+    }
+  }
+  for (; i < width; ++i) {
+    if (a[i] != b[i]) return 1;
+    if (a[i] == 0) return 0;
+  }
+  return -1;
+}
+
+// Whether a field differs from the previous record's, both records wholly inside their views.
+TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a, const InView& b) {
+  const u8 *p = a.ptr(op.offset), *q = b.ptr(op.offset);
+  switch (op.kind) {
+    case Kind::Char: return *p != *q;
+    case Kind::Int32: return loadU32(p) != loadU32(q);
+    case Kind::Int64: return loadU64(p) != loadU64(q);
+    case Kind::Double: return !(loadF64(p) == loadF64(q));  // NaN always differs
+    case Kind::Text:
+    case Kind::ShortText:
+      // Wide texts: the reference's search for the terminator and one comparison up to it.
+      if ((op.flags & kSimple) && op.width < kWide) {
+        const int d = textsDifferInside(p, q, op.width);
+        if (d >= 0) return d;
+      }
+      return differs(f, a, b, op.offset);
+    case Kind::Block:
+    case Kind::CountedBlock: return std::memcmp(p, q, op.width) != 0;
+    case Kind::Group: break;
+  }
+  return false;
+}
+
+// Writes a present field of a record wholly inside its view: a short length-prefixed text
+// measured within its array and copied without a call; the rest as writeField does.
+TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InView& r,
+                                         const InView* previous, u8* out) {
+  const u8* at = r.ptr(op.offset);
+  switch (op.kind) {
+    case Kind::Char: return stopbit::writeInt64(out, static_cast<signed char>(*at));
+    case Kind::Int32:
+      if (!(op.flags & kSimple)) break;
+      return stopbit::writeInt64(out, static_cast<std::int32_t>(loadU32(at)));
+    case Kind::Int64:
+      if (!(op.flags & kSimple)) break;
+      return stopbit::writeInt64(out, static_cast<std::int64_t>(loadU64(at)));
+    case Kind::Double: return stopbit::writeInt64(out, stopbit::decimalUnits(loadF64(at)));
+    default: break;
+  }
+  if ((op.kind == Kind::Text || op.kind == Kind::ShortText) && op.width < kWide &&
+      (op.flags & kSimple)) {
+    const u8* text = r.ptr(op.offset);
+    std::uint32_t n = 0;
+    for (; n + 8 <= op.width; n += 8) {
+      const std::uint64_t x = loadU64(text + n);
+      if ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) break;
+    }
+    while (n < op.width && text[n]) ++n;
+    const int k = stopbit::writeInt64(out, n);
+    copyShort(out + k, text, n);
+    return static_cast<std::uint32_t>(k) + n;
+  }
+  return writeField(f, r, previous, op.offset, out);
+}
+
+std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
+                         const InView& current, std::uint16_t index, const Previous& previous,
+                         u8* out) {
+  const int m = mapLength(layout, part);
+  std::memset(out, 0, static_cast<std::size_t>(m));
+  if (m > 0) out[m - 1] = 0x80;
+  u8* p = out + m;
+  int first = 0;
+  if (part == Part::Reduced) {
+    if (!previous.record || index != previous.index) {
+      out[0] |= bitOf(0);
+      p += stopbit::writeInt64(p, index);
+    }
+    first = 1;
+  }
+  const InView* prior = previous.record;
+  const bool inside = prior && current.size() >= layout.size && prior->size() >= layout.size;
+  const bool readable = current.size() >= layout.size;
+  const InView zeros;
+  for (std::uint32_t k = 0; k < program.count; ++k) {
+    const Op& op = ops[k];
+    if (inside && (op.flags & kRun)) {
+      const Op& last = ops[k + op.entry - 1];
+      if (std::memcmp(current.ptr(op.offset), prior->ptr(op.offset),
+                      last.offset + last.width - op.offset) == 0) {
+        if (op.flags & kRunDouble)
+          for (std::uint32_t r = k; r < k + op.entry; ++r)
+            if (ops[r].kind == Kind::Double &&
+                current.f64(ops[r].offset) != current.f64(ops[r].offset)) {
+              const int j = static_cast<int>(r) + first;
+              out[j / 7] |= bitOf(j);
+              p += writeField(layout.fields[ops[r].field], current, prior, ops[r].offset, p);
+            }
+        k += op.entry - 1u;
+        continue;
+      }
+    }
+    const Field& f = layout.fields[op.field];
+    const InView* against = prior;
+    bool whole = inside;
+    if (op.flags & kGrouped) {
+      // Entries past the count are never sent; one past the previous record's count is
+      // compared with the zeros it was restored as.
+      const Field& g = layout.fields[op.group];
+      if (op.entry >= groupEntries(g, current.i32(g.countOffset))) continue;
+      if (against && op.entry >= groupEntries(g, against->i32(g.countOffset))) {
+        against = &zeros;
+        whole = false;
+      }
+    }
+    const bool present = !against ? differsFromDefault(f, current, op.offset)
+                         : whole  ? differsInside(f, op, current, *against)
+                                  : differs(f, current, *against, op.offset);
+    if (present) {
+      const int j = static_cast<int>(k) + first;
+      out[j / 7] |= bitOf(j);
+      p += readable ? writeInside(f, op, current, prior, p)
+                    : writeField(f, current, prior, op.offset, p);
+    }
+  }
+  return static_cast<std::uint32_t>(p - out);
+}
+
+std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
+                         const InView& in, std::int64_t length, u8* record,
+                         const Previous& previous) {
+  const std::int64_t size = layout.size;
+  // The map ends at the first byte with bit 7 within the block; without one, every field is
+  // absent.
+  const std::int64_t scan = in.readable(0, length);
+  const u8* map = in.ptr(0);
+  std::int64_t m = 0;
+  u8 any = 0;
+  for (std::int64_t i = 0; i < scan; ++i) {
+    any |= map[i];
+    if (map[i] & 0x80) {
+      m = i + 1;
+      break;
+    }
+  }
+  if (m == 0) any = 0;
+  any &= 0x7F;
+  const u8* prior = previous.record ? previous.record->data() : nullptr;
+  if (prior && !any) {
+    // No present field: the previous record, every byte of it.
+    copyAcross(record, prior, size);
+    return previous.index;
+  }
+  if (prior) {
+    for (int r = 0; r < program.runs; ++r)
+      copyAcross(record + program.copy[r].offset, prior + program.copy[r].offset,
+                 program.copy[r].length);
+  } else if (program.defaults) {
+    for (std::uint32_t k = 0; k < program.count; ++k)
+      if (ops[k].flags & kDefault) setDefault(layout.fields[ops[k].field], record + ops[k].offset);
+  }
+  const int first = part == Part::Reduced ? 1 : 0;
+  const std::int64_t places = std::int64_t(program.count) + first;
+  std::uint16_t index = part == Part::Reduced ? previous.index : 0;
+  std::int64_t pos = m;
+  for (std::int64_t i = 0; i < m; ++i) {
+    unsigned bits = map[i] & 0x7Fu;
+    while (bits) {
+      const int high = 31 - __builtin_clz(bits);
+      bits &= ~(1u << high);
+      const std::int64_t j = i * 7 + (6 - high);
+      if (j >= places) goto done;
+      if (j < first) {
+        index = static_cast<std::uint16_t>(readInt<std::int32_t>(in, pos));
+        continue;
+      }
+      const Op& op = ops[j - first];
+      if (op.flags & kGrouped) {
+        const Field& g = layout.fields[op.group];
+        if (op.entry >= groupEntries(g, loadI32(record + g.countOffset))) continue;
+      }
+      readOp(layout, op, in, pos, record, size, previous.record);
+    }
+  }
+done:
+  if (prior)
+    for (int w = 0; w < program.wides; ++w) {
+      const std::int64_t j = program.wide[w] + first;
+      const Op& op = ops[program.wide[w]];
+      if (!(j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j)))))
+        copyAcross(record + op.offset, prior + op.offset, op.width);
+    }
+  if (program.grouped)
+    for (std::uint16_t i = 0; i < layout.fieldCount; ++i) {
+      const Field& g = layout.fields[i];
+      if (g.kind != Kind::Group) continue;
+      if (g.members > 0 && inPart(layout.fields[i + 1], part)) {
+        // Entries past the count end zero.
+        const std::int64_t entries = groupEntries(g, loadI32(record + g.countOffset));
+        std::memset(record + g.offset + entries * g.stride, 0,
+                    static_cast<std::size_t>((g.repeat - entries) * g.stride));
+      }
+      i = static_cast<std::uint16_t>(i + g.members);
+    }
+  return index;
+}
+
+}  // namespace
+
+int mapLength(const Layout& layout, Part part) {
+  return (layout.fastFields[static_cast<int>(part)] + 6) / 7;
+}
+
+std::int64_t maxBlock2011(const Layout& layout, Part part) {
+  const Op* ops = nullptr;
+  if (const Program* program = programOf(layout, part, ops)) return program->most;
+  return blockBound(layout, part);
+}
+
+std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& current,
+                                std::uint16_t index, const Previous& previous, u8* out) {
   const int m = mapLength(layout, part);
   std::memset(out, 0, static_cast<std::size_t>(m));
   if (m > 0) out[m - 1] = 0x80;
@@ -319,8 +978,9 @@ std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
   return static_cast<std::uint32_t>(p - out);
 }
 
-std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
-                         u8* record, std::int64_t room, const Previous& previous) {
+std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& in,
+                                std::int64_t length, u8* record, std::int64_t room,
+                                const Previous& previous) {
   const std::int64_t size = std::min<std::int64_t>(layout.size, room);
   // The map ends at the first byte with bit 7 within the block; without one, every field is
   // absent.
@@ -337,7 +997,7 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
   bool any = false;
   for (std::int64_t i = 0; i < m; ++i) any = any || (in.at(i) & 0x7F);
   if (!any && prior && previous.record->size() >= size) {
-    copyRecord(record, prior, size);
+    copyAcross(record, prior, size);
     return previous.index;
   }
   const InView written(record, size);
@@ -360,12 +1020,41 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
                  if (present(j))
                    readField(f, in, pos, record, written, previous.record, at);
                  else if (prior)
-                   copyRecord(record + at, prior + at, f.width);
+                   copyAcross(record + at, prior + at, f.width);
                  else
                    setDefault(f, record + at);
                  ++j;
                });
   return index;
+}
+
+bool prepared2011(const Layout& layout, Part part) {
+  const Op* ops = nullptr;
+  const Program* program = programOf(layout, part, ops);
+  return program && program->usable;
+}
+
+std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
+                         u8* record, std::int64_t room, const Previous& previous) {
+  const Op* ops = nullptr;
+  const Program* program = programOf(layout, part, ops);
+  if (program && program->usable && room >= layout.size &&
+      (!previous.record || previous.record->size() >= layout.size))
+    return decodeFast(layout, *program, ops, part, in, length, record, previous);
+  return decode2011Checked(layout, part, in, length, record, room, previous);
+}
+
+}  // namespace trdcomp::records
+
+namespace trdcomp::records {
+
+std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
+                         std::uint16_t index, const Previous& previous, u8* out) {
+  const Op* ops = nullptr;
+  const Program* program = programOf(layout, part, ops);
+  if (program && program->usable)
+    return encodeFast(layout, *program, ops, part, current, index, previous, out);
+  return encode2011Checked(layout, part, current, index, previous, out);
 }
 
 }  // namespace trdcomp::records

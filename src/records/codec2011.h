@@ -24,8 +24,13 @@ struct Previous {
 };
 
 // Encodes the block of record `current` at `out` and returns the bytes written (map included).
+// Catalogue layouts walk the prepared field table and compare fields without a check per byte
+// when both records lie wholly inside their views; the reference encoder below checks every
+// byte. Both write the same bytes.
 std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
                          std::uint16_t index, const Previous& previous, u8* out);
+std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& current,
+                                std::uint16_t index, const Previous& previous, u8* out);
 
 // The most bytes encode2011 writes for one block of `part` (map included), whatever the record.
 std::int64_t maxBlock2011(const Layout& layout, Part part);
@@ -34,8 +39,22 @@ std::int64_t maxBlock2011(const Layout& layout, Part part);
 // `room` writable bytes and must be zero (restore buffers are zeroed once, when allocated);
 // `previous` is the previously restored record (view of the output) or none. Returns the
 // block's dictionary index (Part::Reduced), else 0.
+//
+// The layouts of the catalogue go through a field table prepared at compile time: the previous
+// record's fields are copied in a few runs (its widest fields one by one, when absent), then
+// only the present fields are read over them, integers and texts without a check per byte while
+// they lie well inside the input. Any other layout, and a call the table does not cover, takes
+// the reference decoder below; both give the same bytes.
 std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
                          u8* record, std::int64_t room, const Previous& previous);
+
+// The reference decoder: field by field in layout order, every byte read through a check.
+std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& in,
+                                std::int64_t length, u8* record, std::int64_t room,
+                                const Previous& previous);
+
+// Whether decode2011 takes the prepared field table for blocks of `part` of this layout.
+bool prepared2011(const Layout& layout, Part part);
 
 // Bytes of the map of a block of `part`.
 int mapLength(const Layout& layout, Part part);
