@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using trdcomp::records::Previous;
   const Part part = l.dictionary ? static_cast<Part>((data[2] >> 2) % 3) : Part::Whole;
   std::vector<std::uint8_t> prior(l.size, 0);
-  std::memcpy(prior.data(), in.data(), std::min<std::size_t>(in.size(), l.size));
+  std::copy_n(in.begin(), std::min<std::size_t>(in.size(), l.size), prior.begin());
   const InView priorView(prior.data(), static_cast<std::int64_t>(prior.size()));
   const Previous previous{data[4] & 0x40 ? &priorView : nullptr,
                           static_cast<std::uint16_t>(data[3] % 4)};
