@@ -181,7 +181,8 @@ class TRDCOMP_API CTrdCompData {
   // nibble (flags bits 4-7); `flag` is the 2008 codec flag (0: int32 fields in the 32-bit compact
   // form, 1: in the 64-bit form, other values: int32 fields left out).
   // Output: `out` must hold PackReqBound(head, bodyLen) bytes; it need not be zeroed. `outLen`
-  // receives the packed length, header included.
+  // receives the packed length, header included; the bytes of `out` behind it may have been
+  // used as scratch (never those past the bound).
   // Returns 1 when packed (or passed through: unknown numbers, and bodies shorter than one
   // record, travel as they are). Returns 0 without writing anything when `out` or `head` is null
   // (`outLen` untouched), and with `outLen` = 0 when `bodyLen` is negative, `body` is null with
@@ -212,7 +213,8 @@ class TRDCOMP_API CTrdCompData {
   // refusal (0): null `out` or `proc`, `outSize` from 0 to 95, a packed message larger than a
   // non-negative `outSize`, a negative count or size in a section that is sent, a null section
   // with records, or a size beyond 2^31 - 1 (e.g. a huge section count). Nothing is written
-  // past `outSize`.
+  // past `outSize` (or, when it is negative, past the bound); the bytes behind `outLen` may have
+  // been used as scratch.
   static int PackAns2008(char* out, int outSize, int& outLen, tagANS_Proc* proc, char* sec0,
                          char* sec1, char* sec2, char* sec3, char* sec4, char flag, int codecSel);
   // Restores an answer into a new buffer stored in `*out` (free it with ReleaseAnsData) of
