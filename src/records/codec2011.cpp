@@ -651,6 +651,22 @@ TRDCOMP_INLINE bool readCounted(const Op& op, const InView& in, std::int64_t& po
   return true;
 }
 
+// An integer of type T plus its base (none for a field marked simple), in unsigned arithmetic.
+template <class T>
+TRDCOMP_INLINE std::make_unsigned_t<T> readInteger(const Layout& layout, const Op& op,
+                                                   const InView& in, std::int64_t& pos,
+                                                   const u8* record, std::int64_t size,
+                                                   const InView* previous) {
+  using U = std::make_unsigned_t<T>;
+  const U v = static_cast<U>(readInt<T>(in, pos));
+  if (op.flags & kSimple) return v;
+  const Field& f = layout.fields[op.field];
+  const std::int64_t base = f.baseForm == BaseForm::Constant
+                                ? f.base
+                                : baseOf(f, InView(record, size), previous, op.offset);
+  return static_cast<U>(v + static_cast<U>(base));
+}
+
 // One present field over the copy of the previous record (or a zero record): every byte of the
 // field is written, as the reference decoder leaves it in a zero record.
 void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos, u8* record,
@@ -658,34 +674,12 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
   u8* dst = record + op.offset;
   switch (op.kind) {
     case Kind::Char: *dst = static_cast<u8>(readInt<std::int32_t>(in, pos)); return;
-    case Kind::Int32: {
-      const std::uint32_t v = static_cast<std::uint32_t>(readInt<std::int32_t>(in, pos));
-      if (op.flags & kSimple) {
-        storeU32(dst, v);
-        return;
-      }
-      const Field& f = layout.fields[op.field];
-      const std::uint32_t base =
-          f.baseForm == BaseForm::Constant
-              ? static_cast<std::uint32_t>(f.base)
-              : static_cast<std::uint32_t>(baseOf(f, InView(record, size), previous, op.offset));
-      storeU32(dst, v + base);
+    case Kind::Int32:
+      storeU32(dst, readInteger<std::int32_t>(layout, op, in, pos, record, size, previous));
       return;
-    }
-    case Kind::Int64: {
-      const std::uint64_t v = static_cast<std::uint64_t>(readInt<std::int64_t>(in, pos));
-      if (op.flags & kSimple) {
-        storeU64(dst, v);
-        return;
-      }
-      const Field& f = layout.fields[op.field];
-      const std::uint64_t base =
-          f.baseForm == BaseForm::Constant
-              ? static_cast<std::uint64_t>(f.base)
-              : static_cast<std::uint64_t>(baseOf(f, InView(record, size), previous, op.offset));
-      storeU64(dst, v + base);
+    case Kind::Int64:
+      storeU64(dst, readInteger<std::int64_t>(layout, op, in, pos, record, size, previous));
       return;
-    }
     case Kind::Double: {
       constexpr double scale = stopbit::decimalScale();
       storeF64(dst, static_cast<double>(readInt<std::int64_t>(in, pos)) / scale);
@@ -785,21 +779,27 @@ TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InV
   return writeField(f, r, previous, op.offset, out);
 }
 
-std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
-                         const InView& current, std::uint16_t index, const Previous& previous,
-                         u8* out) {
+// Starts a block at `out`: an empty map with its last byte marked, then, for a reduced block,
+// the dictionary index when it differs from the previous record's (map place 0). Returns where
+// the fields go.
+u8* beginBlock(const Layout& layout, Part part, std::uint16_t index, const Previous& previous,
+               u8* out) {
   const int m = mapLength(layout, part);
   std::memset(out, 0, static_cast<std::size_t>(m));
   if (m > 0) out[m - 1] = 0x80;
   u8* p = out + m;
-  int first = 0;
-  if (part == Part::Reduced) {
-    if (!previous.record || index != previous.index) {
-      out[0] |= bitOf(0);
-      p += stopbit::writeInt64(p, index);
-    }
-    first = 1;
+  if (part == Part::Reduced && (!previous.record || index != previous.index)) {
+    out[0] |= bitOf(0);
+    p += stopbit::writeInt64(p, index);
   }
+  return p;
+}
+
+std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
+                         const InView& current, std::uint16_t index, const Previous& previous,
+                         u8* out) {
+  u8* p = beginBlock(layout, part, index, previous, out);
+  const int first = part == Part::Reduced ? 1 : 0;
   const InView* prior = previous.record;
   const bool inside = prior && current.size() >= layout.size && prior->size() >= layout.size;
   const bool readable = current.size() >= layout.size;
@@ -941,18 +941,8 @@ std::int64_t maxBlock2011(const Layout& layout, Part part) {
 
 std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& current,
                                 std::uint16_t index, const Previous& previous, u8* out) {
-  const int m = mapLength(layout, part);
-  std::memset(out, 0, static_cast<std::size_t>(m));
-  if (m > 0) out[m - 1] = 0x80;
-  u8* p = out + m;
-  int j = 0;
-  if (part == Part::Reduced) {
-    if (!previous.record || index != previous.index) {
-      out[0] |= bitOf(0);
-      p += stopbit::writeInt64(p, index);
-    }
-    j = 1;
-  }
+  u8* p = beginBlock(layout, part, index, previous, out);
+  int j = part == Part::Reduced ? 1 : 0;
   const InView zeros;
   forEachField(
       layout, part, [&](const Field& f, std::int64_t at, const Field* group, std::int64_t entry) {
