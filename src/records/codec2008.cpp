@@ -24,7 +24,6 @@ struct WholeRecord {
   std::int64_t i64(std::int64_t i) const { return loadI64(view.data() + i); }
   double f64(std::int64_t i) const { return loadF64(view.data() + i); }
   std::int64_t textLength(std::int64_t i) const { return view.textLength(i); }
-  std::int64_t size() const { return view.size(); }
   void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n > 0) std::memcpy(dst, view.data() + from, static_cast<std::size_t>(n));
   }
@@ -36,24 +35,14 @@ struct WholeRecord {
   // bound. Returns the bytes of the field, or -1 to take the general way.
   std::int64_t shortText(std::int64_t i, u8* out) const {
     const std::int64_t rest = view.size() - i;
+    if (rest < 16) return -1;
     const u8* p = view.data() + i;
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    auto ends = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero)));
-    if (rest >= 32) {
-      const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-      ends |= static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero))) << 16;
-      if (!ends) return -1;
-      const std::int64_t n = std::countr_zero(ends);
-      const int k = compact::writeInt(out, static_cast<std::int32_t>(n));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), lo);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k + 16), hi);
-      return k + n;
-    }
-    if (!ends) return -1;
-    const std::int64_t n = std::countr_zero(ends);
+    const bool wide = rest >= 32;
+    const std::int64_t n = wide ? compact::textEnd(p, 32) : compact::textEnd16(p);
+    if (n == (wide ? 32 : 16)) return -1;
     const int k = compact::writeInt(out, static_cast<std::int32_t>(n));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), lo);
+    std::memcpy(out + k, p, 16);
+    if (wide) std::memcpy(out + k + 16, p + 16, 16);
     return k + n;
   }
 #endif
@@ -104,10 +93,8 @@ TRDCOMP_INLINE std::uint32_t encodeField(const FieldOp& f, const Record& record,
       // an unterminated body costs its own size, never the rest of the body.
 #if defined(__SSE2__) || defined(_M_X64)
       if constexpr (requires { record.shortText(at, out); }) {
-        if (record.size() - at >= 16) {
-          const std::int64_t n = record.shortText(at, out);
-          if (n >= 0) return static_cast<std::uint32_t>(n);
-        }
+        const std::int64_t n = record.shortText(at, out);
+        if (n >= 0) return static_cast<std::uint32_t>(n);
       }
 #endif
       return writeCounted(record, at, record.textLength(at), out);
