@@ -155,17 +155,6 @@ void printHeader(std::ostream& out, const Bytes& h, int direction) {
   row(out, at + 4, "int32", "record size", str(loadI32(&h[at + 4])), w);
 }
 
-std::vector<int> offsetOrder(const SectionShape& s) {
-  std::vector<int> order;
-  for (int i = 0; i < static_cast<int>(s.fields.size()); ++i) {
-    order.push_back(i);
-    if (s.fields[i].kind == TRDCOMP_KIND_GROUP) i += static_cast<int>(s.fields[i].members);
-  }
-  std::stable_sort(order.begin(), order.end(),
-                   [&](int a, int b) { return s.fields[a].offset < s.fields[b].offset; });
-  return order;
-}
-
 void printRecord(std::ostream& out, const Message& m, std::size_t section, const unsigned char* rec,
                  const Names& names) {
   const SectionShape& s = m.shape.sections[section];
@@ -182,7 +171,7 @@ void printRecord(std::ostream& out, const Message& m, std::size_t section, const
   }
   std::size_t nameWidth = 0;
   for (const auto& f : s.fields) nameWidth = std::max(nameWidth, nameOf(str(f.offset)).size());
-  for (int i : offsetOrder(s)) {
+  for (int i : topLevel(s)) {
     const trdcomp_field_info& f = s.fields[i];
     const std::string name = nameOf(str(f.offset));
     if (f.kind != TRDCOMP_KIND_GROUP) {
@@ -377,7 +366,7 @@ void compareRecord(const Message& m, std::size_t section, const unsigned char* o
       losses.push_back({where, "the record's bytes are not sent (no record codec)"});
     return;
   }
-  for (int i : offsetOrder(s)) {
+  for (int i : topLevel(s)) {
     const trdcomp_field_info& f = s.fields[i];
     if (f.kind != TRDCOMP_KIND_GROUP) {
       compare(f, f.offset, str(f.offset));

@@ -23,6 +23,12 @@ std::size_t headerSize(int direction) {
   return direction == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
 }
 
+std::string memberKey(const trdcomp_field_info& group, const trdcomp_field_info& member) {
+  return str(group.offset) + "+" + str(member.offset);
+}
+
+}  // namespace
+
 // Top-level fields in offset order, each with its index in the layout; members follow their
 // group in the layout and are reached from it.
 std::vector<int> topLevel(const SectionShape& s) {
@@ -35,12 +41,6 @@ std::vector<int> topLevel(const SectionShape& s) {
                    [&](int a, int b) { return s.fields[a].offset < s.fields[b].offset; });
   return order;
 }
-
-std::string memberKey(const trdcomp_field_info& group, const trdcomp_field_info& member) {
-  return str(group.offset) + "+" + str(member.offset);
-}
-
-}  // namespace
 
 const char* directionName(int direction) {
   return direction == TRDCOMP_REQUEST ? "request" : "answer";

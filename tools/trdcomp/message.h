@@ -28,6 +28,10 @@ struct Shape {
   std::vector<SectionShape> sections;
 };
 
+// Top-level fields in offset order, each with its index in the layout; members follow their
+// group in the layout and are reached from it.
+std::vector<int> topLevel(const SectionShape& s);
+
 // Throws Error (offset 4) for an unknown number.
 Shape describe(std::uint32_t number, int direction, int codec);
 
