@@ -21,6 +21,8 @@
 #if defined(_WIN32)
 #if defined(TRDCOMP_BUILDING)
 #define TRDCOMP_API __declspec(dllexport)
+#elif defined(TRDCOMP_STATIC)
+#define TRDCOMP_API
 #else
 #define TRDCOMP_API __declspec(dllimport)
 #endif
