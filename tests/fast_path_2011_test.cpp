@@ -59,6 +59,14 @@ Restored compareDecodes(const Layout& l, Part part, const Bytes& in, std::int64_
                                                       l.size, previous);
   EXPECT_EQ(fast.index, checked.index);
   EXPECT_EQ(hexOf(fast.record), hexOf(checked.record));
+  if (previous.record && part == Part::Whole) {
+    // Such a record is restored over whatever its slot held: every byte is written.
+    EXPECT_TRUE(trdcomp::records::overwrites2011(l, l.size));
+    Bytes dirty(l.size + kGuard, 0xA5);
+    std::fill(dirty.begin() + l.size, dirty.end(), 0xEE);
+    trdcomp::records::decode2011(l, part, view, length, dirty.data(), l.size, previous);
+    EXPECT_EQ(hexOf(dirty), hexOf(checked.record));
+  }
   return checked;
 }
 

@@ -346,8 +346,10 @@ struct Program {
   std::uint8_t runs = 0;
   std::int64_t most = 0;  // maxBlock2011
   std::uint8_t wides = 0;
-  // The bytes of the ops narrower than kWide, in ascending runs: what is copied from the
-  // previous record (the bytes outside them stay zero, as the reference decoder leaves them).
+  // What is copied from the previous record, in ascending runs: for a whole record, every byte
+  // but the ops of kWide bytes or more (the bytes between fields are zero in the previous record
+  // as in every restored one); for a dictionary part, the bytes of its narrower ops (the bytes
+  // outside them stay zero, as the reference decoder leaves them).
   Span copy[kMostRuns] = {};
   std::uint16_t wide[kMostWide] = {};  // the ops of kWide bytes or more
 };
@@ -478,9 +480,37 @@ constexpr Program buildProgram(const Layout& l, Part part, const Op* ops, std::u
         if (!inPart(l.fields[op.group + m], part)) usable = false;
     }
   }
-  // The bytes of the narrow ops, in ascending runs.
+  if (part == Part::Whole) {
+    // Every byte of the record but its wide ops, in ascending runs: the copy of the previous
+    // record writes the bytes between fields too (zero in every restored record), so that the
+    // record need not be cleared first.
+    std::uint32_t at = 0;
+    while (at < l.size) {
+      for (bool moved = true; moved;) {
+        moved = false;
+        for (std::uint32_t k = 0; k < count; ++k)
+          if ((own[k].flags & kWideOp) && own[k].offset <= at &&
+              at < own[k].offset + own[k].width) {
+            at = own[k].offset + own[k].width;
+            moved = true;
+          }
+      }
+      if (at >= l.size) break;
+      std::uint32_t end = l.size;
+      for (std::uint32_t k = 0; k < count; ++k)
+        if ((own[k].flags & kWideOp) && own[k].offset > at) end = std::min(end, own[k].offset);
+      if (p.runs == kMostRuns) {
+        usable = false;
+        break;
+      }
+      p.copy[p.runs++] = Span{at, end - at};
+      at = end;
+    }
+  }
+  // The bytes of the narrow ops, in ascending runs (the other fields of a dictionary layout stay
+  // as they are).
   std::uint32_t at = 0;
-  for (;;) {
+  for (; part != Part::Whole;) {
     std::uint32_t start = UINT32_MAX;
     for (std::uint32_t k = 0; k < count; ++k)
       if (!(own[k].flags & kWideOp) && own[k].offset + own[k].width > at)
@@ -873,15 +903,24 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
     copyAcross(record, prior, size);
     return previous.index;
   }
+  const int first = part == Part::Reduced ? 1 : 0;
   if (prior) {
     for (int r = 0; r < program.runs; ++r)
       copyAcross(record + program.copy[r].offset, prior + program.copy[r].offset,
                  program.copy[r].length);
+    // A wide field is read over zeros when present, else copied.
+    for (int w = 0; w < program.wides; ++w) {
+      const std::int64_t j = program.wide[w] + first;
+      const Op& op = ops[program.wide[w]];
+      if (j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j))))
+        std::memset(record + op.offset, 0, op.width);
+      else
+        copyAcross(record + op.offset, prior + op.offset, op.width);
+    }
   } else if (program.defaults) {
     for (std::uint32_t k = 0; k < program.count; ++k)
       if (ops[k].flags & kDefault) setDefault(layout.fields[ops[k].field], record + ops[k].offset);
   }
-  const int first = part == Part::Reduced ? 1 : 0;
   const std::int64_t places = std::int64_t(program.count) + first;
   std::uint16_t index = part == Part::Reduced ? previous.index : 0;
   std::int64_t pos = m;
@@ -905,13 +944,6 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
     }
   }
 done:
-  if (prior)
-    for (int w = 0; w < program.wides; ++w) {
-      const std::int64_t j = program.wide[w] + first;
-      const Op& op = ops[program.wide[w]];
-      if (!(j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j)))))
-        copyAcross(record + op.offset, prior + op.offset, op.width);
-    }
   if (program.grouped)
     for (std::uint16_t i = 0; i < layout.fieldCount; ++i) {
       const Field& g = layout.fields[i];
@@ -1016,6 +1048,10 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
                  ++j;
                });
   return index;
+}
+
+bool overwrites2011(const Layout& layout, std::int64_t room) {
+  return room >= layout.size && prepared2011(layout, Part::Whole);
 }
 
 bool prepared2011(const Layout& layout, Part part) {

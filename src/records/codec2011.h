@@ -36,7 +36,7 @@ std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& c
 std::int64_t maxBlock2011(const Layout& layout, Part part);
 
 // Decodes a block of `length` bytes (`in` views from its first byte) into `record`, which has
-// `room` writable bytes and must be zero (restore buffers are zeroed once, when allocated);
+// `room` writable bytes and must be zero (but see overwrites2011);
 // `previous` is the previously restored record (view of the output) or none. Returns the
 // block's dictionary index (Part::Reduced), else 0.
 //
@@ -55,6 +55,10 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
 
 // Whether decode2011 takes the prepared field table for blocks of `part` of this layout.
 bool prepared2011(const Layout& layout, Part part);
+
+// Whether decode2011 writes every byte of a record of this layout, whatever it held, for a
+// Part::Whole block with a previous record and `room` bytes: such a record need not be zero.
+bool overwrites2011(const Layout& layout, std::int64_t room);
 
 // Bytes of the map of a block of `part`.
 int mapLength(const Layout& layout, Part part);
