@@ -58,9 +58,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   eb.begin() + static_cast<std::ptrdiff_t>(most)))
     std::abort();
 
-  // 2011: a block of the body (its length from bytes 3-4) restored over zero records, chained to
-  // a previous record made of the body's first bytes when byte 4 says so; then the body packed
-  // as a record against that previous one.
+  // 2011: a block of the body (its length from bytes 3-4) restored over zero records (and over a
+  // dirty one where the decoder writes the whole record), chained to a previous record made of
+  // the body's first bytes when byte 4 says so; then the body packed as a record against that
+  // previous one.
   using trdcomp::records::Part;
   using trdcomp::records::Previous;
   const Part part = l.dictionary ? static_cast<Part>((data[2] >> 2) % 3) : Part::Whole;
@@ -75,6 +76,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto ib =
       trdcomp::records::decode2011Checked(l, part, view, length, db.data(), l.size, previous);
   if (ia != ib || da != db) std::abort();
+  if (previous.record && part == Part::Whole && trdcomp::records::overwrites2011(l, l.size)) {
+    // Restored over whatever the slot held, as the framing does after a section's first record.
+    std::vector<std::uint8_t> dirty(l.size + 16, 0xA5);
+    std::fill(dirty.begin() + l.size, dirty.end(), 0);
+    trdcomp::records::decode2011(l, part, view, length, dirty.data(), l.size, previous);
+    if (dirty != db) std::abort();
+  }
 
   const std::size_t block = static_cast<std::size_t>(trdcomp::records::maxBlock2011(l, part));
   std::vector<std::uint8_t> pa(block + 1, 0xEE), pb(block + 1, 0xEE);
