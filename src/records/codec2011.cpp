@@ -1,6 +1,8 @@
 #include "records/codec2011.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 #include <functional>
 #include <type_traits>
@@ -265,6 +267,15 @@ void setDefault(const Field& f, u8* dst) {
 constexpr u8 bitOf(int j) {
   return static_cast<u8>(0x40 >> (j % 7));
 }
+
+// The seven place bits of a map byte in reverse order: place 7k + b becomes bit b.
+constexpr auto kReversed7 = [] {
+  std::array<u8, 128> t{};
+  for (int v = 0; v < 128; ++v)
+    for (int b = 0; b < 7; ++b)
+      if (v & bitOf(b)) t[v] = static_cast<u8>(t[v] | 1u << b);
+  return t;
+}();
 
 // The most bytes one block of `part` takes (map included), whatever the record.
 constexpr std::int64_t blockBound(const Layout& layout, Part part) {
@@ -924,13 +935,14 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
   const std::int64_t places = std::int64_t(program.count) + first;
   std::uint16_t index = part == Part::Reduced ? previous.index : 0;
   std::int64_t pos = m;
-  for (std::int64_t i = 0; i < m; ++i) {
-    unsigned bits = map[i] & 0x7Fu;
+  // Place j is bit 6 - j % 7 of map byte j / 7: reversed, the lowest set bit is the next place.
+  // Places past the part's end are never read.
+  for (std::int64_t i = 0; i < m && i * 7 < places; ++i) {
+    unsigned bits = kReversed7[map[i] & 0x7F];
+    if (places - i * 7 < 7) bits &= (1u << (places - i * 7)) - 1;
     while (bits) {
-      const int high = 31 - __builtin_clz(bits);
-      bits &= ~(1u << high);
-      const std::int64_t j = i * 7 + (6 - high);
-      if (j >= places) goto done;
+      const std::int64_t j = i * 7 + std::countr_zero(bits);
+      bits &= bits - 1;
       if (j < first) {
         index = static_cast<std::uint16_t>(readInt<std::int32_t>(in, pos));
         continue;
@@ -943,7 +955,6 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
       readOp(layout, op, in, pos, record, size, previous.record);
     }
   }
-done:
   if (program.grouped)
     for (std::uint16_t i = 0; i < layout.fieldCount; ++i) {
       const Field& g = layout.fields[i];
