@@ -80,7 +80,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Restored over whatever the slot held, as the framing does after a section's first record.
     std::vector<std::uint8_t> dirty(l.size + 16, 0xA5);
     std::fill(dirty.begin() + l.size, dirty.end(), 0);
-    trdcomp::records::decode2011(l, part, view, length, dirty.data(), l.size, previous);
+    trdcomp::records::decode2011(l, part, view, length, dirty.data(), l.size, previous,
+                                 trdcomp::records::Slot::Any);
     if (dirty != db) std::abort();
   }
 

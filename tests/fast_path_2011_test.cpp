@@ -64,7 +64,8 @@ Restored compareDecodes(const Layout& l, Part part, const Bytes& in, std::int64_
     EXPECT_TRUE(trdcomp::records::overwrites2011(l, l.size));
     Bytes dirty(l.size + kGuard, 0xA5);
     std::fill(dirty.begin() + l.size, dirty.end(), 0xEE);
-    trdcomp::records::decode2011(l, part, view, length, dirty.data(), l.size, previous);
+    trdcomp::records::decode2011(l, part, view, length, dirty.data(), l.size, previous,
+                                 trdcomp::records::Slot::Any);
     EXPECT_EQ(hexOf(dirty), hexOf(checked.record));
   }
   return checked;
@@ -239,6 +240,36 @@ TEST(FastPath2011, GroupEntriesPastTheCountEndZero) {
     Bytes expected = record;
     expected.resize(l.size + kGuard, 0xEE);
     EXPECT_EQ(hexOf(back), hexOf(expected)) << c.name;
+  }
+}
+
+// A wide field that changes is read over zeros: a slot of any bytes is cleared under it, a zero
+// slot (perhaps fresh pages) is left untouched past the characters read (answer 1116: a text of
+// 32768 bytes at 40). The slot is marked to show what was written.
+TEST(FastPath2011, WideFieldWritesOnlyWhatTheSlotNeeds) {
+  const Layout* l = nullptr;
+  for (const Layout& a : trdcomp::records::kAnswerLayouts)
+    if (a.number == 1116) l = &a;
+  ASSERT_NE(l, nullptr);
+  ASSERT_EQ(l->size, 32808u);
+  Bytes prior(l->size, 0), record(l->size, 0);
+  std::memcpy(&prior[40], "abc", 3);
+  std::memcpy(&record[40], "xyz", 3);
+  const InView priorView(prior.data(), static_cast<std::int64_t>(prior.size()));
+  Bytes block(static_cast<std::size_t>(trdcomp::records::maxBlock2011(*l, Part::Whole)));
+  const std::uint32_t n = trdcomp::records::encode2011(
+      *l, Part::Whole, InView(record.data(), record.size()), 0, Previous{&priorView}, block.data());
+  struct Case {
+    trdcomp::records::Slot slot;
+    unsigned char tail;  // the text's bytes past its three characters, afterwards
+  };
+  for (const Case& c :
+       {Case{trdcomp::records::Slot::Zero, 0xA5}, Case{trdcomp::records::Slot::Any, 0}}) {
+    Bytes back(l->size, 0xA5);
+    trdcomp::records::decode2011(*l, Part::Whole, InView(block.data(), n), n, back.data(), l->size,
+                                 Previous{&priorView}, c.slot);
+    EXPECT_EQ(hexOf(back.data(), 43), hexOf(record.data(), 43));
+    EXPECT_EQ(std::count(back.begin() + 43, back.end(), c.tail), 32808 - 43);
   }
 }
 

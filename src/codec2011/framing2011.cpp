@@ -169,18 +169,21 @@ void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8
   const u8* end = area.end();
   const std::int64_t size = layout.size;
   InView previous;
-  // A record after the first starts as a copy of the previous one: nothing to clear first.
-  const bool overwrites = records::overwrites2011(layout, size);
+  // A record after the first starts as a copy of the previous one: nothing to clear first. Into
+  // fresh zero pages, only what the input gives is written.
+  const bool overwrites = records::overwrites2011(layout, size) && !area.fresh();
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
     u8* record = first + i * size;
-    if (i > 0 && overwrites && end - record >= size)
+    const records::Slot slot =
+        i > 0 && overwrites && end - record >= size ? records::Slot::Any : records::Slot::Zero;
+    if (slot == records::Slot::Any)
       area.claim(record, size);
     else
       area.prepare(record, size);
     const std::uint16_t length = in.u16(pos);
     records::decode2011(layout, Part::Whole, in.from(pos + 2), length, record, end - record,
-                        Previous{i ? &previous : nullptr});
+                        Previous{i ? &previous : nullptr}, slot);
     previous = InView(record, size);
     pos += 2 + length;
   }

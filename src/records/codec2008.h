@@ -19,16 +19,11 @@ std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, ch
 // whatever the record holds and whatever the flag.
 std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent);
 
-// What a record slot holds when a record is decoded into it.
-enum class Slot : bool {
-  Zero,  // zeros: only the bytes the input gives are written (fresh pages stay untouched)
-  Any,   // anything: the layout must fill its records (Layout::fills), and every byte is written
-};
-
 // Decodes one record from `in` (viewed from the record's first byte) into `record`, which has
 // `room` writable bytes (at least the layout's size; a decode cap may write beyond the size,
 // never beyond the room) and holds what `slot` says. A field is read only while fewer than
-// `available` bytes have been consumed; fields not reached stay zero. `flag` 0 reads int32
+// `available` bytes have been consumed; fields not reached stay zero. Slot::Any needs a layout
+// that fills its records (Layout::fills). `flag` 0 reads int32
 // fields in the 32-bit form, any other value in the 64-bit form.
 // Returns how far past `record` it wrote: the layout's size, or more when a decode cap ran on.
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,

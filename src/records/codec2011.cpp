@@ -891,7 +891,7 @@ std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op*
 
 std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op* ops, Part part,
                          const InView& in, std::int64_t length, u8* record,
-                         const Previous& previous) {
+                         const Previous& previous, Slot slot) {
   const std::int64_t size = layout.size;
   // The map ends at the first byte with bit 7 within the block; without one, every field is
   // absent.
@@ -919,14 +919,15 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
     for (int r = 0; r < program.runs; ++r)
       copyAcross(record + program.copy[r].offset, prior + program.copy[r].offset,
                  program.copy[r].length);
-    // A wide field is read over zeros when present, else copied.
+    // A wide field is read over zeros when present (cleared first in a slot that is not zero;
+    // a zero slot may be fresh pages, left untouched), else copied.
     for (int w = 0; w < program.wides; ++w) {
       const std::int64_t j = program.wide[w] + first;
       const Op& op = ops[program.wide[w]];
-      if (j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j))))
-        std::memset(record + op.offset, 0, op.width);
-      else
+      if (!(j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j)))))
         copyAcross(record + op.offset, prior + op.offset, op.width);
+      else if (slot == Slot::Any)
+        std::memset(record + op.offset, 0, op.width);
     }
   } else if (program.defaults) {
     for (std::uint32_t k = 0; k < program.count; ++k)
@@ -1072,12 +1073,12 @@ bool prepared2011(const Layout& layout, Part part) {
 }
 
 std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
-                         u8* record, std::int64_t room, const Previous& previous) {
+                         u8* record, std::int64_t room, const Previous& previous, Slot slot) {
   const Op* ops = nullptr;
   const Program* program = programOf(layout, part, ops);
   if (program && program->usable && room >= layout.size &&
       (!previous.record || previous.record->size() >= layout.size))
-    return decodeFast(layout, *program, ops, part, in, length, record, previous);
+    return decodeFast(layout, *program, ops, part, in, length, record, previous, slot);
   return decode2011Checked(layout, part, in, length, record, room, previous);
 }
 

@@ -36,7 +36,8 @@ std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& c
 std::int64_t maxBlock2011(const Layout& layout, Part part);
 
 // Decodes a block of `length` bytes (`in` views from its first byte) into `record`, which has
-// `room` writable bytes and must be zero (but see overwrites2011);
+// `room` writable bytes and holds what `slot` says: zeros, or anything when overwrites2011 holds
+// for a Part::Whole block with a previous record (every byte is then written);
 // `previous` is the previously restored record (view of the output) or none. Returns the
 // block's dictionary index (Part::Reduced), else 0.
 //
@@ -46,7 +47,8 @@ std::int64_t maxBlock2011(const Layout& layout, Part part);
 // they lie well inside the input. Any other layout, and a call the table does not cover, takes
 // the reference decoder below; both give the same bytes.
 std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std::int64_t length,
-                         u8* record, std::int64_t room, const Previous& previous);
+                         u8* record, std::int64_t room, const Previous& previous,
+                         Slot slot = Slot::Zero);
 
 // The reference decoder: field by field in layout order, every byte read through a check.
 std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& in,
@@ -57,7 +59,8 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
 bool prepared2011(const Layout& layout, Part part);
 
 // Whether decode2011 writes every byte of a record of this layout, whatever it held, for a
-// Part::Whole block with a previous record and `room` bytes: such a record need not be zero.
+// Part::Whole block with a previous record and `room` bytes: such a record may be decoded into
+// a slot that is not zero (Slot::Any).
 bool overwrites2011(const Layout& layout, std::int64_t room);
 
 // Bytes of the map of a block of `part`.

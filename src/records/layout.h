@@ -132,6 +132,12 @@ constexpr std::int64_t groupEntries(const GroupField& group, std::int32_t count)
   return count < 0 ? 0 : count < group.repeat ? count : group.repeat;
 }
 
+// What a record slot holds when a record is decoded into it.
+enum class Slot : bool {
+  Zero,  // zeros: only the bytes the input gives are written (fresh pages stay untouched)
+  Any,   // anything: the decoder writes every byte (each codec says when it can)
+};
+
 // One row of a layout table: the fields, and the attributes that differ from the house rules
 // (2011 Fast field rules: no first-record default, base 0, length-prefixed texts; sections:
 // always part of their answer).
