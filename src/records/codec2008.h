@@ -23,8 +23,8 @@ std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent);
 // `room` writable bytes (at least the layout's size; a decode cap may write beyond the size,
 // never beyond the room) and holds what `slot` says. A field is read only while fewer than
 // `available` bytes have been consumed; fields not reached stay zero. Slot::Any needs a layout
-// that fills its records (Layout::fills). `flag` 0 reads int32
-// fields in the 32-bit form, any other value in the 64-bit form.
+// that fills its records (Layout::fills). `flag` 0 reads int32 fields in the 32-bit form, any
+// other value in the 64-bit form.
 // Returns how far past `record` it wrote: the layout's size, or more when a decode cap ran on.
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag, Slot slot);
