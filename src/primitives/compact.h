@@ -11,9 +11,6 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#endif
 
 #include "primitives/bytes.h"
 
@@ -119,25 +116,7 @@ std::int64_t readInt64(const In& in, std::int64_t& pos) {
   return static_cast<std::int64_t>((b0 & 0x80) ? 0ull - v : v);
 }
 
-// Copies exactly n <= 32 bytes with a few overlapping moves.
-inline void copySmall(u8* dst, const u8* src, std::int64_t n) {
-  if (n >= 16) {
-    std::memcpy(dst, src, 16);
-    std::memcpy(dst + n - 16, src + n - 16, 16);
-  } else if (n >= 8) {
-    std::memcpy(dst, src, 8);
-    std::memcpy(dst + n - 8, src + n - 8, 8);
-  } else if (n >= 4) {
-    std::memcpy(dst, src, 4);
-    std::memcpy(dst + n - 4, src + n - 4, 4);
-  } else if (n > 0) {
-    dst[0] = src[0];
-    dst[n / 2] = src[n / 2];
-    dst[n - 1] = src[n - 1];
-  }
-}
-
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
 // The first zero among the first k bytes at `from`, or k; reads 32 bytes when k <= 32.
 TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
   if (k <= 32) {
@@ -159,14 +138,14 @@ TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
 // input; returns the bytes copied.
 template <class In>
 std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_t k) {
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
   if constexpr (requires { In::kWordLoads; }) {
     // The 32 bytes from here lie inside the input (kTextLoad): the terminator is found among
     // them at once, and only the text's own bytes are written.
     if (k <= 32) {
       const u8* from = in.ptr(pos);
       const std::int64_t j = textEnd(from, k);
-      copySmall(dst, from, j);
+      copyShort(dst, from, static_cast<std::size_t>(j));
       return j;
     }
   }
@@ -180,7 +159,7 @@ std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_
   return j;
 }
 
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
 // The first zero among the 16 bytes at `from`, or 16.
 TRDCOMP_INLINE std::int64_t textEnd16(const u8* from) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));

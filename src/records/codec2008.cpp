@@ -27,7 +27,7 @@ struct WholeRecord {
   void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n > 0) std::memcpy(dst, view.data() + from, static_cast<std::size_t>(n));
   }
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
   // A text shorter than 32 (16) bytes with 32 (16) bytes of the record from its start: found
   // with one scan and stored with one or two 16-byte moves, whatever its length. The moves may
   // run past the text, into room the field's largest encoding reserves (its length prefix and
@@ -91,7 +91,7 @@ TRDCOMP_INLINE std::uint32_t encodeField(const FieldOp& f, const Record& record,
       // Measured up to the terminator, not bounded by the width: a text that fills its array
       // runs on into the next field, exactly as peers send it. The record's end ends it too, so
       // an unterminated body costs its own size, never the rest of the body.
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
       if constexpr (requires { record.shortText(at, out); }) {
         const std::int64_t n = record.shortText(at, out);
         if (n >= 0) return static_cast<std::uint32_t>(n);
@@ -193,7 +193,7 @@ TRDCOMP_INLINE void decodeField(const FieldOp& f, const In& in, std::int64_t& po
     case Kind::Text:
     case Kind::ShortText: {
       std::int32_t length = compact::readInt(in, pos);
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
       if constexpr (kFill && requires { In::kWordLoads; }) {
         // The text and its zero padding in whole-word stores: no byte is written twice.
         const u8* from = in.ptr(pos);
@@ -229,7 +229,7 @@ TRDCOMP_INLINE void decodeField(const FieldOp& f, const In& in, std::int64_t& po
       if (f.kind == Kind::CountedBlock)
         limit = std::clamp<std::int64_t>(loadI32(record + f.countOffset), 0, f.width);
       std::int32_t length = compact::readInt(in, pos);
-#if defined(__SSE2__) || defined(_M_X64)
+#if TRDCOMP_SSE2
       if constexpr (kFill && requires { In::kWordLoads; }) {
         const std::int64_t n = length < 1 ? 0 : std::min<std::int64_t>(length, limit);
         compact::fillField(dst, in.ptr(pos), n, f.width);

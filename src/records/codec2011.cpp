@@ -7,17 +7,6 @@
 #include <functional>
 #include <type_traits>
 
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define TRDCOMP_SSE2 1
-#endif
-
-#if defined(__GNUC__)
-#define TRDCOMP_INLINE inline __attribute__((always_inline))
-#else
-#define TRDCOMP_INLINE inline
-#endif
-
 #include "primitives/stopbit.h"
 #include "records/answer_layouts.h"
 #include "records/request_layouts.h"
@@ -612,67 +601,6 @@ TRDCOMP_INLINE T readInt(const InView& in, std::int64_t& pos) {
   return stopbit::readSigned<T>(in, pos);
 }
 
-// Copies n bytes, reading and writing no byte outside [0, n): overlapping moves of 16, 8, 4 or
-// one byte, for the short runs of a field, where a call to memcpy costs more than the copy.
-inline void copyShort(u8* dst, const u8* src, std::size_t n) {
-  u8 chunk[16];
-  if (n >= 16) {
-    for (std::size_t i = 0; i + 16 < n; i += 16) {
-      std::memcpy(chunk, src + i, 16);
-      std::memcpy(dst + i, chunk, 16);
-    }
-    std::memcpy(chunk, src + n - 16, 16);
-    std::memcpy(dst + n - 16, chunk, 16);
-  } else if (n >= 8) {
-    std::uint64_t a, b;
-    std::memcpy(&a, src, 8);
-    std::memcpy(&b, src + n - 8, 8);
-    std::memcpy(dst, &a, 8);
-    std::memcpy(dst + n - 8, &b, 8);
-  } else if (n >= 4) {
-    std::uint32_t a, b;
-    std::memcpy(&a, src, 4);
-    std::memcpy(&b, src + n - 4, 4);
-    std::memcpy(dst, &a, 4);
-    std::memcpy(dst + n - 4, &b, 4);
-  } else {
-    for (std::size_t i = 0; i < n; ++i) dst[i] = src[i];
-  }
-}
-
-// Zeroes n bytes, writing no byte outside [0, n).
-inline void zeroShort(u8* dst, std::size_t n) {
-  static constexpr u8 kZeros[16] = {};
-  if (n >= 16) {
-    for (std::size_t i = 0; i + 16 < n; i += 16) std::memcpy(dst + i, kZeros, 16);
-    std::memcpy(dst + n - 16, kZeros, 16);
-  } else {
-    copyShort(dst, kZeros, n);
-  }
-}
-
-// Copies n bytes from one record of a restored buffer to another: 64 bytes a step, all four loads
-// ahead of the stores (a memcpy of a large size slows down when source and destination lie close
-// to a multiple of 4 KiB apart, as copyRecord in primitives/bytes.h explains).
-inline void copyAcross(u8* dst, const u8* src, std::int64_t n) {
-#if TRDCOMP_SSE2
-  std::int64_t i = 0;
-  for (; i + 64 <= n; i += 64) {
-    const auto* s = reinterpret_cast<const __m128i*>(src + i);
-    auto* d = reinterpret_cast<__m128i*>(dst + i);
-    const __m128i a = _mm_loadu_si128(s), b = _mm_loadu_si128(s + 1), c = _mm_loadu_si128(s + 2),
-                  e = _mm_loadu_si128(s + 3);
-    _mm_storeu_si128(d, a);
-    _mm_storeu_si128(d + 1, b);
-    _mm_storeu_si128(d + 2, c);
-    _mm_storeu_si128(d + 3, e);
-  }
-  if (i < n) copyShort(dst + i, src + i, static_cast<std::size_t>(n - i));
-#else
-  copyRecord(dst, src, n);
-#endif
-}
-
 // A length-prefixed text or block: the length, then min(length, most) bytes and zeros to the
 // field's end (a text keeps room for its terminator: most = width - 1). False, with nothing
 // read, when the bytes run past the input: the reference reads then settle it.
@@ -911,13 +839,13 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
   const u8* prior = previous.record ? previous.record->data() : nullptr;
   if (prior && !any) {
     // No present field: the previous record, every byte of it.
-    copyAcross(record, prior, size);
+    copyRecord(record, prior, size);
     return previous.index;
   }
   const int first = part == Part::Reduced ? 1 : 0;
   if (prior) {
     for (int r = 0; r < program.runs; ++r)
-      copyAcross(record + program.copy[r].offset, prior + program.copy[r].offset,
+      copyRecord(record + program.copy[r].offset, prior + program.copy[r].offset,
                  program.copy[r].length);
     // A wide field is read over zeros when present (cleared first in a slot that is not zero;
     // a zero slot may be fresh pages, left untouched), else copied.
@@ -925,7 +853,7 @@ std::uint16_t decodeFast(const Layout& layout, const Program& program, const Op*
       const std::int64_t j = program.wide[w] + first;
       const Op& op = ops[program.wide[w]];
       if (!(j / 7 < m && (map[j / 7] & bitOf(static_cast<int>(j)))))
-        copyAcross(record + op.offset, prior + op.offset, op.width);
+        copyRecord(record + op.offset, prior + op.offset, op.width);
       else if (slot == Slot::Any)
         std::memset(record + op.offset, 0, op.width);
     }
@@ -1031,7 +959,7 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
   bool any = false;
   for (std::int64_t i = 0; i < m; ++i) any = any || (in.at(i) & 0x7F);
   if (!any && prior && previous.record->size() >= size) {
-    copyAcross(record, prior, size);
+    copyRecord(record, prior, size);
     return previous.index;
   }
   const InView written(record, size);
@@ -1054,7 +982,7 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
                  if (present(j))
                    readField(f, in, pos, record, written, previous.record, at);
                  else if (prior)
-                   copyAcross(record + at, prior + at, f.width);
+                   copyRecord(record + at, prior + at, f.width);
                  else
                    setDefault(f, record + at);
                  ++j;
