@@ -41,14 +41,19 @@ void packBlocks(const Layout& layout, const InView& records, std::int64_t count,
   }
 }
 
-// The fields of a dictionary layout's repeated group, in layout order.
+// The fields of a dictionary layout's repeated group, in layout order, and the same bytes with
+// adjacent fields joined (what a restored record takes from its entry).
 struct GroupFields {
   struct Entry {
     std::uint32_t offset, width;
     bool text;  // ends at its first zero byte (characters do not)
   };
+  struct Span {
+    std::uint32_t offset, width;
+  };
   Entry fields[16];
-  int count = 0;
+  Span spans[16];
+  int count = 0, spanCount = 0;
   bool listed = true;  // all of them (else: walk the layout)
 
   explicit GroupFields(const Layout& layout) {
@@ -59,6 +64,10 @@ struct GroupFields {
         return;
       }
       fields[count++] = Entry{f.offset, f.width, f.kind != records::Kind::Char};
+      if (spanCount > 0 && spans[spanCount - 1].offset + spans[spanCount - 1].width == f.offset)
+        spans[spanCount - 1].width += f.width;
+      else
+        spans[spanCount++] = Span{f.offset, f.width};
     }
   }
 };
@@ -215,23 +224,7 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
   }
   if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;
   pos += 2;
-  // The group's fields, adjacent ones joined: what every record takes from its entry.
-  struct Span {
-    std::uint32_t offset, width;
-  };
-  Span spans[16];
-  int spanCount = 0;
-  bool joined = true;
-  for (const records::Field& f : layout) {
-    if (!f.dictionary) continue;
-    if (spanCount > 0 && spans[spanCount - 1].offset + spans[spanCount - 1].width == f.offset) {
-      spans[spanCount - 1].width += f.width;
-    } else if (spanCount < 16) {
-      spans[spanCount++] = Span{f.offset, f.width};
-    } else {
-      joined = false;
-    }
-  }
+  const GroupFields group(layout);
   Previous before;
   for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
     options.step();
@@ -241,14 +234,16 @@ Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& po
     const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
                                                     record, end - record, before);
     if (index >= entries) return TRDCOMP_ERROR_DICTIONARY_INDEX;
-    if (index < held && joined)
-      for (int k = 0; k < spanCount; ++k)
-        std::memcpy(record + spans[k].offset, table.get() + index * size + spans[k].offset,
-                    spans[k].width);
-    else if (index < held)
-      for (const records::Field& f : layout)
-        if (f.dictionary)
-          std::memcpy(record + f.offset, table.get() + index * size + f.offset, f.width);
+    if (index < held) {
+      const u8* entry = table.get() + index * size;
+      if (group.listed)
+        for (int k = 0; k < group.spanCount; ++k)
+          std::memcpy(record + group.spans[k].offset, entry + group.spans[k].offset,
+                      group.spans[k].width);
+      else
+        for (const records::Field& f : layout)
+          if (f.dictionary) std::memcpy(record + f.offset, entry + f.offset, f.width);
+    }
     previous = InView(record, size);
     before = Previous{&previous, index};
     pos += 2 + length;
