@@ -298,7 +298,7 @@ constexpr std::int64_t blockBound(const Layout& layout, Part part) {
 enum OpFlag : u8 {
   kGrouped = 1,     // a member of a counted group's entry
   kDefault = 2,     // a first-record default
-  kWideOp = 4,      // kWide bytes or more: not part of the copy of the previous record, so zero
+  kWideOp = 4,      // kWide bytes or more: copied on its own when absent, read over zeros
   kRun = 8,         // opens a run of `entry` ops of fixed width, adjacent in the record
   kRunDouble = 16,  // the run holds a price (a NaN differs even from itself)
   kSimple = 32,     // a length-prefixed text, or an integer of base 0: no look at its field
@@ -506,32 +506,33 @@ constexpr Program buildProgram(const Layout& l, Part part, const Op* ops, std::u
       p.copy[p.runs++] = Span{at, end - at};
       at = end;
     }
-  }
-  // The bytes of the narrow ops, in ascending runs (the other fields of a dictionary layout stay
-  // as they are).
-  std::uint32_t at = 0;
-  for (; part != Part::Whole;) {
-    std::uint32_t start = UINT32_MAX;
-    for (std::uint32_t k = 0; k < count; ++k)
-      if (!(own[k].flags & kWideOp) && own[k].offset + own[k].width > at)
-        start = std::min(start, std::max(own[k].offset, at));
-    if (start == UINT32_MAX) break;
-    std::uint32_t end = start;
-    for (bool grew = true; grew;) {
-      grew = false;
+  } else {
+    // The bytes of the narrow ops, in ascending runs (the other fields of a dictionary layout
+    // stay as they are).
+    std::uint32_t at = 0;
+    for (;;) {
+      std::uint32_t start = UINT32_MAX;
       for (std::uint32_t k = 0; k < count; ++k)
-        if (!(own[k].flags & kWideOp) && own[k].offset <= end &&
-            own[k].offset + own[k].width > end) {
-          end = own[k].offset + own[k].width;
-          grew = true;
-        }
+        if (!(own[k].flags & kWideOp) && own[k].offset + own[k].width > at)
+          start = std::min(start, std::max(own[k].offset, at));
+      if (start == UINT32_MAX) break;
+      std::uint32_t end = start;
+      for (bool grew = true; grew;) {
+        grew = false;
+        for (std::uint32_t k = 0; k < count; ++k)
+          if (!(own[k].flags & kWideOp) && own[k].offset <= end &&
+              own[k].offset + own[k].width > end) {
+            end = own[k].offset + own[k].width;
+            grew = true;
+          }
+      }
+      if (p.runs == kMostRuns) {
+        usable = false;
+        break;
+      }
+      p.copy[p.runs++] = Span{start, end - start};
+      at = end;
     }
-    if (p.runs == kMostRuns) {
-      usable = false;
-      break;
-    }
-    p.copy[p.runs++] = Span{start, end - start};
-    at = end;
   }
   for (std::uint32_t k = 0; k < count; ++k)
     if (own[k].flags & kWideOp) {
@@ -672,6 +673,11 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
   }
 }
 
+// Whether any of the eight bytes of x is zero.
+constexpr bool hasZeroByte(std::uint64_t x) {
+  return (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+}
+
 // Whether two texts of a field `width` bytes wide differ, both wholly readable from a and b: as
 // terminated strings, eight bytes at a time. A text without terminator in its array goes on
 // past it: -1, for the reference comparison to settle.
@@ -679,8 +685,7 @@ inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
   std::uint32_t i = 0;
   for (; i + 8 <= width; i += 8) {
     const std::uint64_t x = loadU64(a + i), y = loadU64(b + i);
-    const bool zero = (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
-    if (x == y && !zero) continue;
+    if (x == y && !hasZeroByte(x)) continue;
     for (std::uint32_t t = i; t < i + 8; ++t) {
       if (a[t] != b[t]) return 1;
       if (a[t] == 0) return 0;
@@ -738,7 +743,7 @@ TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InV
     std::uint32_t n = 0;
     for (; n + 8 <= op.width; n += 8) {
       const std::uint64_t x = loadU64(text + n);
-      if ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) break;
+      if (hasZeroByte(x)) break;
     }
     while (n < op.width && text[n]) ++n;
     const int k = stopbit::writeInt64(out, n);
@@ -1009,10 +1014,6 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
     return decodeFast(layout, *program, ops, part, in, length, record, previous, slot);
   return decode2011Checked(layout, part, in, length, record, room, previous);
 }
-
-}  // namespace trdcomp::records
-
-namespace trdcomp::records {
 
 std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
                          std::uint16_t index, const Previous& previous, u8* out) {
