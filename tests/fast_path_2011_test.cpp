@@ -40,6 +40,11 @@ std::vector<Part> partsOf(const Layout& l) {
   return {Part::Whole, Part::Group, Part::Reduced};
 }
 
+std::string where(const Layout& l, Part part) {
+  return std::to_string(l.number) + " section " + std::to_string(l.section) + " part " +
+         std::to_string(int(part));
+}
+
 struct Restored {
   Bytes record;  // the record, then the guard
   std::uint16_t index = 0;
@@ -76,8 +81,7 @@ Restored compareDecodes(const Layout& l, Part part, const Bytes& in, std::int64_
 TEST(FastPath2011, EveryCatalogueLayoutIsPrepared) {
   for (const Layout* l : everyLayout())
     for (Part part : partsOf(*l))
-      EXPECT_TRUE(trdcomp::records::prepared2011(*l, part))
-          << l->number << " section " << int(l->section) << " part " << int(part);
+      EXPECT_TRUE(trdcomp::records::prepared2011(*l, part)) << where(*l, part);
 }
 
 // A layout built at run time is not in the table: it takes the reference decoder.
@@ -90,8 +94,7 @@ TEST(FastPath2011, DecodeGivesTheReferenceBytes) {
   std::mt19937 rng(20261123);
   for (const Layout* l : everyLayout()) {
     for (Part part : partsOf(*l)) {
-      SCOPED_TRACE(std::to_string(l->number) + " section " + std::to_string(l->section) + " part " +
-                   std::to_string(int(part)));
+      SCOPED_TRACE(where(*l, part));
       const std::size_t most = static_cast<std::size_t>(trdcomp::records::maxBlock2011(*l, part));
       Bytes before;       // the previous caller's record
       Restored restored;  // its restored form
@@ -154,8 +157,7 @@ TEST(FastPath2011, EncodeGivesTheReferenceBytes) {
   std::mt19937 rng(11);
   for (const Layout* l : everyLayout()) {
     for (Part part : partsOf(*l)) {
-      SCOPED_TRACE(std::to_string(l->number) + " section " + std::to_string(l->section) + " part " +
-                   std::to_string(int(part)));
+      SCOPED_TRACE(where(*l, part));
       const std::size_t most = static_cast<std::size_t>(trdcomp::records::maxBlock2011(*l, part));
       Bytes before;
       for (int variant = 0; variant < 12; ++variant) {
