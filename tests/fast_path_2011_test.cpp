@@ -253,10 +253,13 @@ TEST(FastPath2011, WideFieldWritesOnlyWhatTheSlotNeeds) {
   for (const Layout& a : trdcomp::records::kAnswerLayouts)
     if (a.number == 1116) l = &a;
   ASSERT_NE(l, nullptr);
-  ASSERT_EQ(l->size, 32808u);
-  Bytes prior(l->size, 0), record(l->size, 0);
-  std::memcpy(&prior[40], "abc", 3);
-  std::memcpy(&record[40], "xyz", 3);
+  constexpr std::size_t kSize = 32808;
+  ASSERT_EQ(l->size, kSize);
+  Bytes prior(kSize, 0), record(kSize, 0);
+  for (int i = 0; i < 3; ++i) {
+    prior[40 + i] = static_cast<unsigned char>('a' + i);
+    record[40 + i] = static_cast<unsigned char>('x' + i);
+  }
   const InView priorView(prior.data(), static_cast<std::int64_t>(prior.size()));
   Bytes block(static_cast<std::size_t>(trdcomp::records::maxBlock2011(*l, Part::Whole)));
   const std::uint32_t n = trdcomp::records::encode2011(
