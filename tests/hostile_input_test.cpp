@@ -297,6 +297,81 @@ TEST(HostileInput, RequestsThatCannotHoldTheirCountAreRefused) {
   }
 }
 
+// A body without a zero byte is the worst case of the 2011 text rule: every text fills its array,
+// and with equal records each comparison runs on to the end of the body. Packing such a body
+// compares each byte past an array a bounded number of times (once per text place at most),
+// never once per record: for every 2011 layout, requests and answer sections, dictionary
+// sections included, and sender record sizes equal to, above and below the layout's.
+TEST(HostileInput, PackingTextsWithoutTerminatorsIsLinearInTheBody) {
+  constexpr int kRecords = 48;
+  int runOn = 0;
+  for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e) {
+    const trdcomp::records::Layout* request = e->request[1];
+    const trdcomp::records::AnswerLayout* answer = e->answerPack[1];
+    for (int stride : {0, 9, -1}) {  // the layout's size, 9 bytes more, a third less
+      const auto senderSize = [&](std::uint32_t size) {
+        return static_cast<std::int32_t>(stride >= 0 ? size + stride : size * 2 / 3);
+      };
+      // Text places: a counted group's text members once per entry.
+      const auto texts = [](const trdcomp::records::Layout& l) {
+        std::int64_t n = 0, times = 1, members = 0;
+        for (const auto& f : l) {
+          if (f.kind == trdcomp::records::Kind::Group) {
+            times = f.repeat, members = f.members;
+            continue;
+          }
+          n += (f.kind == trdcomp::records::Kind::Text ||
+                f.kind == trdcomp::records::Kind::ShortText) *
+               (members > 0 ? times : 1);
+          if (members > 0 && --members == 0) times = 1;
+        }
+        return n;
+      };
+      if (request && !request->opaque && e->requestForm == trdcomp::frame::RequestForm::Routine) {
+        const std::int32_t size = senderSize(request->size);
+        const Bytes body(std::size_t(kRecords) * size, 'A');
+        tagREQ_HEAD head = requestHead(e->number, kRecords, size, 0x10);
+        Bytes out(static_cast<std::size_t>(trdcomp::frame::requestBound(head, int(body.size()))));
+        int outLen = 0;
+        std::int64_t steps = 0;
+        ASSERT_EQ(trdcomp::frame::packRequest(reinterpret_cast<char*>(out.data()), -1, outLen, head,
+                                              reinterpret_cast<const char*>(body.data()),
+                                              int(body.size()), 0, &steps),
+                  TRDCOMP_OK);
+        EXPECT_LE(steps, (texts(*request) + 1) * std::int64_t(body.size()))
+            << e->number << " request, sender size " << size;
+        runOn += steps > 0;
+      }
+      if (answer && e->answerForm == trdcomp::frame::AnswerForm::Routine) {
+        std::vector<std::pair<int, int>> shape;
+        std::int64_t most = 0;
+        for (int s = 0; s < answer->sectionCount; ++s) {
+          shape.emplace_back(kRecords, senderSize(answer->sections[s]->size));
+          most += (texts(*answer->sections[s]) + 1) * kRecords * shape.back().second;
+        }
+        tagANS_Proc proc = answerProc(e->number, shape);
+        std::vector<Bytes> sections;
+        sections.reserve(5);
+        char* pointers[5] = {};
+        for (int s = 0; s < answer->sectionCount; ++s) {
+          sections.emplace_back(std::size_t(kRecords) * shape[s].second, 'A');
+          pointers[s] = reinterpret_cast<char*>(sections.back().data());
+        }
+        Bytes out(static_cast<std::size_t>(trdcomp::frame::answerBound(proc, 0x10)));
+        int outLen = 0;
+        std::int64_t steps = 0;
+        ASSERT_EQ(trdcomp::frame::packAnswer(reinterpret_cast<char*>(out.data()), -1, outLen, proc,
+                                             pointers, 0, 0x10, &steps),
+                  TRDCOMP_OK);
+        EXPECT_LE(steps, most) << e->number << " answer, stride " << stride;
+        runOn += steps > 0;
+      }
+    }
+  }
+  // Most layouts have texts, and their comparisons did run on past the arrays.
+  EXPECT_GT(runOn, 300);
+}
+
 TEST(HostileInput, LimitsAndRefusalsThroughTheInterface) {
   const auto sample = trdcomp::samples::makeAnswer(1009, false, 3, 7);
   Bytes packed = packAnswer(sample.proc, sample.sections);

@@ -27,16 +27,19 @@ void appendBlock(const Layout& layout, Part part, const InView& current, std::ui
   out.commit(slot, 2 + std::int64_t(length));
 }
 
-// `count` records every `stride` bytes of `records`, each compared with the one before it and
-// viewed over the layout's size at most.
+// `count` records every `stride` bytes of `records`, each compared with the one before it. A
+// record is viewed over its extent; a text that fills its array compares on through `records`.
 void packBlocks(const Layout& layout, const InView& records, std::int64_t count,
-                std::int64_t stride, OutBuffer& out, Slots slots) {
+                std::int64_t stride, OutBuffer& out, const Params& params) {
+  const Slots slots = params.slots;
   // Every block takes its length slot and its map at least.
   if (!out.expect(sizeTimes(count, 2 + records::mapLength(layout, Part::Whole)))) return;
+  records::TextTail tail(records, stride, params.steps);
   InView previous;
   for (std::int64_t i = 0; i < count && !out.failed(); ++i) {
     const InView current = records.window(i * stride, records::recordExtent(layout, stride));
-    appendBlock(layout, Part::Whole, current, 0, Previous{i ? &previous : nullptr}, out, slots);
+    appendBlock(layout, Part::Whole, current, 0, Previous{i ? &previous : nullptr, 0, &tail}, out,
+                slots);
     previous = current;
   }
 }
@@ -127,7 +130,8 @@ std::uint64_t groupHash(const Layout& layout, const GroupFields& group, const In
 // A dictionary section: the distinct groups of identifying fields, in order of first
 // appearance, then every record as its group's 16-bit index and its other fields.
 bool packDictionary(const Layout& layout, const InView& records, std::int32_t count,
-                    std::int64_t stride, OutBuffer& out, Slots slots) {
+                    std::int64_t stride, OutBuffer& out, const Params& params) {
+  const Slots slots = params.slots;
   // The two counts and a reduced block per record at least: no need to index what cannot fit.
   if (!out.expect(4 + sizeTimes(count, 2 + records::mapLength(layout, Part::Reduced)))) return true;
   const std::size_t n = count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -154,17 +158,21 @@ bool packDictionary(const Layout& layout, const InView& records, std::int32_t co
     index[i] = static_cast<std::uint16_t>(table[s] - 1);
   }
   out.appendU16(static_cast<std::uint16_t>(entries));
+  // Entries compare with the entry before them, wherever its record lies; reduced records with
+  // the record before them.
+  records::TextTail tail(records, stride, params.steps);
   InView previous;
   for (std::int32_t k = 0; k < entries && !out.failed(); ++k) {
     const InView entry = record(first[k]);
-    appendBlock(layout, Part::Group, entry, 0, Previous{k ? &previous : nullptr}, out, slots);
+    appendBlock(layout, Part::Group, entry, 0, Previous{k ? &previous : nullptr, 0, &tail}, out,
+                slots);
     previous = entry;
   }
   out.appendU16(static_cast<std::uint16_t>(count));
   for (std::int32_t i = 0; i < count && !out.failed(); ++i) {
     const InView current = record(i);
-    const Previous before{i ? &previous : nullptr,
-                          static_cast<std::uint16_t>(i ? index[i - 1] : 0)};
+    const Previous before{i ? &previous : nullptr, static_cast<std::uint16_t>(i ? index[i - 1] : 0),
+                          &tail};
     appendBlock(layout, Part::Reduced, current, index[i], before, out, slots);
     previous = current;
   }
@@ -267,7 +275,7 @@ struct Codec2011 {
   }
   static void packRecords(const Layout& layout, const InView& records, std::int64_t count,
                           std::int64_t stride, OutBuffer& out, const Params& params) {
-    packBlocks(layout, records, count, stride, out, params.slots);
+    packBlocks(layout, records, count, stride, out, params);
   }
   static std::int64_t recordsBound(const Layout& layout, std::int64_t count, std::int64_t) {
     return sizeTimes(count, 2 + records::maxBlock2011(layout, Part::Whole));
@@ -303,11 +311,10 @@ struct Codec2011 {
   static Status packSection(const Layout& layout, const InView& records, std::int64_t count,
                             std::int64_t stride, OutBuffer& out, const Params& params) {
     if (!layout.dictionary) {
-      packBlocks(layout, records, count, stride, out, params.slots);
+      packBlocks(layout, records, count, stride, out, params);
       return TRDCOMP_OK;
     }
-    return packDictionary(layout, records, static_cast<std::int32_t>(count), stride, out,
-                          params.slots)
+    return packDictionary(layout, records, static_cast<std::int32_t>(count), stride, out, params)
                ? TRDCOMP_OK
                : TRDCOMP_ERROR_ALLOCATION;
   }

@@ -67,7 +67,7 @@ std::int64_t requestBound(const tagREQ_HEAD& head, int bodyLen) {
 }
 
 Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_HEAD& head,
-                   const char* body, int bodyLen, char flag) {
+                   const char* body, int bodyLen, char flag, std::int64_t* steps) {
   if (Status s = trdcomp::checkBody(body, bodyLen)) return s;
   const std::int64_t bound = requestBound(head, bodyLen);
   if (bound > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
@@ -87,7 +87,7 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
     case RequestForm::Routine: {
       const CodecOps& codec = codecOf(nibble);
       s = codec.packRequest(*e->request[codec.index], buffer, body, bodyLen,
-                            Params{flag, nibble, Slots::Store});
+                            Params{flag, nibble, Slots::Store, steps});
       break;
     }
     case RequestForm::PassThrough:
@@ -200,7 +200,7 @@ Status packRawAnswer(OutBuffer& out, const tagANS_Proc& proc, char* const sectio
 // byte 8 holds and bytes 9 to 19 are left as the caller has them, and the nibble is written as 1
 // whatever nonzero value the caller asked for.
 Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Proc& proc,
-                  char* const sections[5], char flag, int codecSel) {
+                  char* const sections[5], char flag, int codecSel, std::int64_t* steps) {
   const std::int64_t bound = answerBound(proc, codecSel);
   if (bound > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
   if (capacity < 0) capacity = bound;
@@ -229,7 +229,7 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
     case AnswerForm::NoBody: break;
     case AnswerForm::Routine:
       s = codec.packAnswer(*e->answerPack[codec.index], buffer, proc, sections,
-                           Params{flag, nibble, Slots::Store});
+                           Params{flag, nibble, Slots::Store, steps});
       break;
     case AnswerForm::PassThrough: s = packRawAnswer(buffer, proc, sections, nibble, table); break;
   }

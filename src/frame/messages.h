@@ -16,11 +16,12 @@ std::int64_t requestBound(const tagREQ_HEAD& head, int bodyLen);
 std::int64_t answerBound(const tagANS_Proc& proc, int codecSel);
 
 // Packs into `capacity` bytes at `out`, or into the bound when `capacity` is negative (the
-// caller sized the output by it). `outLen` is set on success only.
+// caller sized the output by it). `outLen` is set on success only. `steps`, when set, counts
+// the bytes compared past text arrays (the work a body without terminators adds).
 Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_HEAD& head,
-                   const char* body, int bodyLen, char flag);
+                   const char* body, int bodyLen, char flag, std::int64_t* steps = nullptr);
 Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Proc& proc,
-                  char* const sections[5], char flag, int codecSel);
+                  char* const sections[5], char flag, int codecSel, std::int64_t* steps = nullptr);
 
 // Checks the arguments every restore checks before reading anything.
 Status checkRequestArguments(const char* in, int inLen, char** out);

@@ -25,6 +25,9 @@ struct Params {
   char flag = 0;               // 2008: the int32 form (0: 32-bit compact, 1: 64-bit, else left out)
   int nibble = 0;              // 2011: the codec nibble the routine was given (0 sends no records)
   Slots slots = Slots::Store;  // 2011: how block lengths are written
+  // When set, counts the bytes packing compares past text arrays: tests use it to show that the
+  // work follows the body's size.
+  std::int64_t* steps = nullptr;
 };
 
 struct CodecOps {

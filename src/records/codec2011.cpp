@@ -47,34 +47,59 @@ constexpr void forEachField(const Layout& layout, Part part, Visit&& visit) {
   }
 }
 
-// Texts compare as terminated strings; exchange codes on their first three characters. A byte
-// outside a record's view reads as zero.
-bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit,
-                 std::int64_t width) {
-  std::int64_t i = 0;
-  if (limit == INT64_MAX && width >= 64) {
-    // Wide arrays, both texts and the terminator inside their views: one memcmp over a's text
-    // and terminator.
-    const std::int64_t n = a.textLength(at) + 1;
-    if (a.readable(at, n) == n && b.readable(at, n) == n)
-      return std::memcmp(a.ptr(at), b.ptr(at), static_cast<std::size_t>(n)) != 0;
-  } else if (at >= 0) {
-    // Short texts: byte by byte, unchecked over the bytes inside both views.
-    const std::int64_t inside = std::min({a.size() - at, b.size() - at, limit});
-    if (inside > 0) {
-      const u8 *pa = a.ptr(at), *pb = b.ptr(at);
-      for (; i < inside; ++i) {
-        if (pa[i] != pb[i]) return true;
-        if (pa[i] == 0) return false;
-      }
+// Whether any of the eight bytes of x is zero.
+constexpr bool hasZeroByte(std::uint64_t x) {
+  return (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+}
+
+// Whether two texts of `width` bytes, both wholly readable from a and b, differ as terminated
+// strings, eight bytes at a time: 1 or 0, or -1 when they are equal over the whole width and
+// neither ends there (the comparison goes on past the array).
+inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
+  std::uint32_t i = 0;
+  for (; i + 8 <= width; i += 8) {
+    const std::uint64_t x = loadU64(a + i), y = loadU64(b + i);
+    if (x == y && !hasZeroByte(x)) continue;
+    for (std::uint32_t t = i; t < i + 8; ++t) {
+      if (a[t] != b[t]) return 1;
+      if (a[t] == 0) return 0;
     }
   }
-  for (; i < limit; ++i) {
-    u8 x = a.at(at + i), y = b.at(at + i);
+  for (; i < width; ++i) {
+    if (a[i] != b[i]) return 1;
+    if (a[i] == 0) return 0;
+  }
+  return -1;
+}
+
+// Texts compare as terminated strings; exchange codes on their first three characters. Within
+// the array the records' views are read (a byte outside reads as zero); texts equal over their
+// whole array without a terminator compare on past it, through the caller's body when the
+// chain has one (the place is the field's map place), else through the views.
+bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit,
+                 std::int64_t width, const Previous& chain, int place) {
+  const std::int64_t n = std::min(limit, width);
+  if (at >= 0 && a.readable(at, n) == n && b.readable(at, n) == n) {
+    const int d = textsDifferInside(a.ptr(at), b.ptr(at), static_cast<std::uint32_t>(n));
+    if (d >= 0) return d;
+  } else {
+    for (std::int64_t i = 0; i < n; ++i) {
+      const u8 x = a.at(at + i), y = b.at(at + i);
+      if (x != y) return true;
+      if (x == 0) return false;
+    }
+  }
+  if (limit <= width) return false;
+  const InView* body = chain.tail ? &chain.tail->body() : nullptr;
+  if (body && a.size() && b.size() && chain.record == &b) {
+    const std::int64_t later = a.data() - body->data(), earlier = b.data() - body->data();
+    return !chain.tail->equal(later + at + width, earlier + at + width, place);
+  }
+  for (std::int64_t i = width;; ++i) {
+    const u8 x = a.at(at + i), y = b.at(at + i);
     if (x != y) return true;
     if (x == 0) return false;
   }
-  return false;
 }
 
 bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t n) {
@@ -104,12 +129,14 @@ bool anyNonZero(const InView& a, std::int64_t at, std::int64_t n) {
   return false;
 }
 
-bool differs(const Field& f, const InView& a, const InView& b, std::int64_t at) {
+bool differs(const Field& f, const InView& a, const InView& b, std::int64_t at,
+             const Previous& chain = {}, int place = -1) {
   switch (f.kind) {
     case Kind::Double: return !(a.f64(at) == b.f64(at));  // NaN always differs
     case Kind::Text:
     case Kind::ShortText:
-      return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX, f.width);
+      return textsDiffer(a, b, at, f.text == TextForm::ExchangeCode ? 3 : INT64_MAX, f.width, chain,
+                         place);
     default: return bytesDiffer(a, b, at, f.width);
   }
 }
@@ -673,33 +700,9 @@ void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& 
   }
 }
 
-// Whether any of the eight bytes of x is zero.
-constexpr bool hasZeroByte(std::uint64_t x) {
-  return (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
-}
-
-// Whether two texts of a field `width` bytes wide differ, both wholly readable from a and b: as
-// terminated strings, eight bytes at a time. A text without terminator in its array goes on
-// past it: -1, for the reference comparison to settle.
-inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
-  std::uint32_t i = 0;
-  for (; i + 8 <= width; i += 8) {
-    const std::uint64_t x = loadU64(a + i), y = loadU64(b + i);
-    if (x == y && !hasZeroByte(x)) continue;
-    for (std::uint32_t t = i; t < i + 8; ++t) {
-      if (a[t] != b[t]) return 1;
-      if (a[t] == 0) return 0;
-    }
-  }
-  for (; i < width; ++i) {
-    if (a[i] != b[i]) return 1;
-    if (a[i] == 0) return 0;
-  }
-  return -1;
-}
-
 // Whether a field differs from the previous record's, both records wholly inside their views.
-TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a, const InView& b) {
+TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a, const InView& b,
+                                  const Previous& chain, int place) {
   const u8 *p = a.ptr(op.offset), *q = b.ptr(op.offset);
   switch (op.kind) {
     case Kind::Char: return *p != *q;
@@ -708,12 +711,11 @@ TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a,
     case Kind::Double: return !(loadF64(p) == loadF64(q));  // NaN always differs
     case Kind::Text:
     case Kind::ShortText:
-      // Wide texts: the reference's search for the terminator and one comparison up to it.
-      if ((op.flags & kSimple) && op.width < kWide) {
+      if (op.flags & kSimple) {
         const int d = textsDifferInside(p, q, op.width);
         if (d >= 0) return d;
       }
-      return differs(f, a, b, op.offset);
+      return differs(f, a, b, op.offset, chain, place);
     case Kind::Block:
     case Kind::CountedBlock: return std::memcmp(p, q, op.width) != 0;
     case Kind::Group: break;
@@ -809,9 +811,10 @@ std::uint32_t encodeFast(const Layout& layout, const Program& program, const Op*
         whole = false;
       }
     }
+    const int place = static_cast<int>(k) + first;
     const bool present = !against ? differsFromDefault(f, current, op.offset)
-                         : whole  ? differsInside(f, op, current, *against)
-                                  : differs(f, current, *against, op.offset);
+                         : whole  ? differsInside(f, op, current, *against, previous, place)
+                                  : differs(f, current, *against, op.offset, previous, place);
     if (present) {
       const int j = static_cast<int>(k) + first;
       out[j / 7] |= bitOf(j);
@@ -921,27 +924,27 @@ std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& c
   u8* p = beginBlock(layout, part, index, previous, out);
   int j = part == Part::Reduced ? 1 : 0;
   const InView zeros;
-  forEachField(
-      layout, part, [&](const Field& f, std::int64_t at, const Field* group, std::int64_t entry) {
-        const InView* against = previous.record;
-        if (group) {
-          // Entries past the count are never sent; one past the previous record's count is
-          // compared with the zeros it was restored as.
-          if (entry >= groupEntries(*group, current.i32(group->countOffset))) {
-            ++j;
-            return;
-          }
-          if (against && entry >= groupEntries(*group, against->i32(group->countOffset)))
-            against = &zeros;
-        }
-        const bool present =
-            against ? differs(f, current, *against, at) : differsFromDefault(f, current, at);
-        if (present) {
-          out[j / 7] |= bitOf(j);
-          p += writeField(f, current, previous.record, at, p);
-        }
-        ++j;
-      });
+  forEachField(layout, part,
+               [&](const Field& f, std::int64_t at, const Field* group, std::int64_t entry) {
+                 const InView* against = previous.record;
+                 if (group) {
+                   // Entries past the count are never sent; one past the previous record's count is
+                   // compared with the zeros it was restored as.
+                   if (entry >= groupEntries(*group, current.i32(group->countOffset))) {
+                     ++j;
+                     return;
+                   }
+                   if (against && entry >= groupEntries(*group, against->i32(group->countOffset)))
+                     against = &zeros;
+                 }
+                 const bool present = against ? differs(f, current, *against, at, previous, j)
+                                              : differsFromDefault(f, current, at);
+                 if (present) {
+                   out[j / 7] |= bitOf(j);
+                   p += writeField(f, current, previous.record, at, p);
+                 }
+                 ++j;
+               });
   return static_cast<std::uint32_t>(p - out);
 }
 
@@ -1022,6 +1025,40 @@ std::uint32_t encode2011(const Layout& layout, Part part, const InView& current,
   if (program && program->usable)
     return encodeFast(layout, *program, ops, part, current, index, previous, out);
   return encode2011Checked(layout, part, current, index, previous, out);
+}
+
+bool TextTail::equal(std::int64_t later, std::int64_t earlier, int place) {
+  if (later == earlier) return true;
+  const std::int64_t distance = later - earlier;
+  Run* run = nullptr;
+  if (distance == stride_ && place >= 0 && place < kPlaces) {
+    if (!runs_) runs_ = Scratch<Run>(kPlaces);
+    if (runs_) run = &runs_[place];
+  }
+  if (run && run->from <= earlier && earlier <= run->to) return run->equal;
+  // Byte by byte until the strings differ or both end; bytes past the body read as zeros, so
+  // this stops at the body's end at the latest. A remembered run ahead decides as it did.
+  std::int64_t x = earlier;
+  bool same;
+  for (;; ++x) {
+    if (run && x == run->from) {
+      same = run->equal;
+      x = run->to;
+      break;
+    }
+    const u8 u = body_.at(x), v = body_.at(x + distance);
+    if (u != v) {
+      same = false;
+      break;
+    }
+    if (u == 0) {
+      same = true;
+      break;
+    }
+  }
+  if (steps_) *steps_ += x - earlier + 1;
+  if (run) *run = Run{earlier, x, same};
+  return same;
 }
 
 }  // namespace trdcomp::records

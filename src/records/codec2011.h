@@ -17,10 +17,45 @@ namespace trdcomp::records {
 // dictionary entry); or, behind a 16-bit dictionary index, the fields outside the group.
 enum class Part : std::uint8_t { Whole, Group, Reduced };
 
+// The caller's body that the records being packed lie in. Texts compare as terminated strings,
+// and a text that fills its array has no terminator there: its comparison runs on past the
+// array, through the bytes that follow in the body (the rest of its record, then the next
+// records), with bytes past the body read as zeros. That is what peers compare, and it decides
+// whether the text is sent. Comparisons of a record with the one `stride` bytes before it (every
+// chain of a section but a dictionary's entries) remember how far each went and what it found,
+// so a body without terminators costs time linear in its size, not quadratic.
+class TextTail {
+ public:
+  // `steps`, when set, counts the bytes compared past arrays: tests use it to show that the work
+  // follows the body's size.
+  TextTail(const InView& body, std::int64_t stride, std::int64_t* steps = nullptr)
+      : body_(body), stride_(stride), steps_(steps) {}
+  // Whether the terminated strings at body positions `later` and `earlier` are equal. `place` is
+  // the field's map place (-1: none), under which a comparison at the stride is remembered.
+  bool equal(std::int64_t later, std::int64_t earlier, int place);
+  const InView& body() const { return body_; }
+
+ private:
+  // At the stride: strings from every position in [from, to] are equal to theirs `stride` bytes
+  // on, or all differ, as `equal` says (decided at `to`).
+  struct Run {
+    std::int64_t from = -1, to = -2;
+    bool equal = false;
+  };
+  static constexpr int kPlaces = 256;
+  InView body_;
+  std::int64_t stride_;
+  std::int64_t* steps_;
+  Scratch<Run> runs_;  // per place, allocated at the first comparison that runs past an array
+};
+
 // The record a block is compared with or restored from.
 struct Previous {
   const InView* record = nullptr;  // null for the first record of a message or section
   std::uint16_t index = 0;         // its dictionary index (Part::Reduced)
+  // Packing: the body both records lie in, for the texts that fill their arrays; without it a
+  // text compares on through the two records' views, and past them as zeros.
+  TextTail* tail = nullptr;
 };
 
 // Encodes the block of record `current` at `out` and returns the bytes written (map included).
