@@ -91,5 +91,40 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto sa = trdcomp::records::encode2011(l, part, view, index, previous, pa.data());
   const auto sb = trdcomp::records::encode2011Checked(l, part, view, index, previous, pb.data());
   if (sa != sb || sa > block || pa != pb) std::abort();
+
+  // 2011 packing of a caller's body, records every `stride` bytes (the layout's size, or a
+  // sender's larger or smaller one), where a text may fill its array and its comparison run on
+  // into the following bytes; byte 2 may take every terminator out. The fast and the reference
+  // encoders, fed record windows and the body as the framing feeds them, and the reference fed
+  // the rest of the body as the record (the literal comparison of terminated strings, nothing
+  // remembered), write the same blocks.
+  if (part == Part::Whole) {
+    std::vector<std::uint8_t> callers(in);
+    if (data[2] & 0x40)
+      std::replace(callers.begin(), callers.end(), std::uint8_t(0), std::uint8_t('A'));
+    const InView bodyView(callers.data(), static_cast<std::int64_t>(callers.size()));
+    const std::int64_t stride =
+        std::max<std::int64_t>(1, std::int64_t(l.size) + static_cast<std::int8_t>(data[3]) / 4);
+    const std::int64_t count = std::min<std::int64_t>(6, bodyView.size() / stride);
+    const std::int64_t extent = trdcomp::records::recordExtent(l, stride);
+    trdcomp::records::TextTail tailA(bodyView, stride), tailB(bodyView, stride);
+    InView previousWindow, previousRest;
+    for (std::int64_t i = 0; i < count; ++i) {
+      const InView window = bodyView.window(i * stride, extent);
+      const InView rest = bodyView.from(i * stride);
+      std::fill(pa.begin(), pa.end(), 0xEE);
+      std::fill(pb.begin(), pb.end(), 0xEE);
+      std::vector<std::uint8_t> pc(block + 1, 0xEE);
+      const auto ea = trdcomp::records::encode2011(
+          l, part, window, 0, Previous{i ? &previousWindow : nullptr, 0, &tailA}, pa.data());
+      const auto eb = trdcomp::records::encode2011Checked(
+          l, part, window, 0, Previous{i ? &previousWindow : nullptr, 0, &tailB}, pb.data());
+      const auto ec = trdcomp::records::encode2011Checked(
+          l, part, rest, 0, Previous{i ? &previousRest : nullptr}, pc.data());
+      if (ea != eb || ea != ec || pa != pb || pa != pc) std::abort();
+      previousWindow = window;
+      previousRest = rest;
+    }
+  }
   return 0;
 }
