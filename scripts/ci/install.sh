@@ -34,15 +34,16 @@ install_tree() {
   quiet cmake --install "$build/$name-build" || fail "installing $name"
 }
 
-# Exactly these files (the library, its package files, the trdcomp command and, beside a shared
-# library, the Python module), and the public headers of include/, nothing from
+# Exactly these files (the library, its package files, the trdcomp command, the documents and,
+# beside a shared library, the Python module), and the public headers of include/, nothing from
 # src/.
 check_tree() {
   local prefix=$1
   shift
   local expected actual
   expected=$( (
-    printf '%s\n' "$@"
+    printf '%s\n' "$@" share/doc/trdcomp/README.md share/doc/trdcomp/LICENSE \
+      share/doc/trdcomp/CHANGELOG.md
     cd include && ls -- *.h | sed 's|^|include/|'
   ) | sort)
   actual=$(cd "$prefix" && find . -type f -o -type l | sed 's|^\./||' | sort)
