@@ -52,7 +52,7 @@ expected=$( (
 ) | sort)
 files=$(dpkg-deb -c "$deb" | grep -v '^d' | awk '{print $6}' | sed 's|^\./||' | sort)
 same "files of the .deb" "$expected" "$files"
-dpkg-deb -f "$deb" Depends | grep -q 'libstdc++6' || fail "the .deb does not depend on libstdc++6"
+[[ $(dpkg-deb -f "$deb" Depends) == *libstdc++6* ]] || fail "the .deb does not depend on libstdc++6"
 same "files of the .tar.gz" "$(sed 's|^usr/||' <<<"$expected")" \
   "$(tar tzf "$tgz" | grep -v '/$' | sed 's|^[^/]*/||' | sort)"
 
@@ -61,10 +61,11 @@ unpacked=$build/deb-root
 rm -rf "$unpacked"
 quiet dpkg -x "$deb" "$unpacked" || fail "dpkg -x"
 libdir=$unpacked/usr/lib/$arch
-readelf -d "$libdir/libtrdcomp.so.$version" | grep -q "SONAME.*\[libtrdcomp\.so\.${version%%.*}\]" ||
+[[ $(readelf -d "$libdir/libtrdcomp.so.$version") == *"SONAME"*"[libtrdcomp.so.${version%%.*}]"* ]] ||
   fail "SONAME of the packaged library"
-# The library a program loads must be the unpacked one.
-loads_unpacked() { ldd "$1" | grep -q "libtrdcomp\.so\.${version%%.*} => $unpacked/"; }
+# The library a program loads must be the unpacked one. (Whole outputs are matched: grep -q at the
+# end of a pipe may stop reading early, and the writer's broken pipe then fails the pipe.)
+loads_unpacked() { [[ $(ldd "$1") == *"libtrdcomp.so.${version%%.*} => $unpacked/"* ]]; }
 rm -rf "$build/consumer-cmake"
 quiet cmake -S tests/install -B "$build/consumer-cmake" -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_PREFIX_PATH="$unpacked/usr" || fail "find_package in the unpacked .deb"
