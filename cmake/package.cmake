@@ -11,6 +11,9 @@ else()
   set(TRDCOMP_DOC_DIR ${CMAKE_INSTALL_DOCDIR})
 endif()
 install(FILES README.md LICENSE CHANGELOG.md DESTINATION ${TRDCOMP_DOC_DIR})
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()  # a project that adds trdcomp as a subdirectory packages itself
+endif()
 
 set(CPACK_PACKAGE_NAME trdcomp)
 set(CPACK_PACKAGE_VENDOR "the trdcomp authors")
