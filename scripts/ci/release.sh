@@ -106,7 +106,9 @@ top=$unzipped/trdcomp-$version-win64
 same "files of the .zip" "$expected" "$(cd "$top" && find . -type f | sed 's|^\./||' | sort)"
 
 # A mingw-w64 program through the zip's CMake package, and the MSVC-ABI caller through its
-# trdcomp.lib; each runs beside the zip's DLL.
+# trdcomp.lib; each runs beside the zip's DLL. The caller is built without optimisation here, as
+# a debug build of a user's program is, so that every special member it uses, the implicit ones
+# included, is called through its import (the Windows stage builds it optimised).
 rm -rf "$build/mingw-consumer"
 quiet cmake -S tests/install -B "$build/mingw-consumer" -DCMAKE_BUILD_TYPE=Release \
   --toolchain "$root/cmake/mingw-w64-x86_64.cmake" -DCMAKE_PREFIX_PATH="$top" ||
@@ -120,7 +122,7 @@ includes=()
 while read -r dir; do includes+=(-isystem "$dir"); done < <(
   echo | x86_64-w64-mingw32-g++-posix -xc++ -E -v - 2>&1 |
     sed -n '/#include <...> search starts here/,/End of search/p' | sed -n 's/^ //p')
-quiet clang++-14 --target=x86_64-pc-windows-msvc -std=c++17 -O2 -fno-exceptions -fno-rtti -Wall \
+quiet clang++-14 --target=x86_64-pc-windows-msvc -std=c++17 -O0 -fno-exceptions -fno-rtti -Wall \
   -Wextra -Werror -D__STRICT_ANSI__ -I"$top/include" "${includes[@]}" \
   -c tests/windows/msvc_caller.cpp -o "$callers/msvc_caller.obj" || fail "compiling the MSVC caller"
 for dll in msvcrt kernel32; do
