@@ -209,6 +209,11 @@ void objects() {
   // As programs use them.
   CTrdCompData codec;
   check(vtableOf(&codec) == dataVtable && packsThrough(codec), "a codec on the stack");
+  // The copy members MSVC declares implicitly: imported from the DLL without optimisation;
+  // inlined with it, and then, as MSVC does, with the caller's own copy of the vtable.
+  CTrdCompData copied(codec);
+  copied = codec;
+  check(packsThrough(copied), "a codec copied");
   Session* session = new Session;
   check(vtableOf(&session->codec) == dataVtable && session->before == 0x1111111111111111 &&
             session->after == 0x2222222222222222 && packsThrough(session->codec),
