@@ -60,17 +60,20 @@ list(JOIN TRDCOMP_MSVC_INCLUDES "|" includes)
 list(JOIN TRDCOMP_PUBLIC_HEADERS "|" headers)
 add_custom_command(
   OUTPUT ${TRDCOMP_MSVC_DIR}/aliases.def ${TRDCOMP_MSVC_DIR}/trdcomp.def
+    ${TRDCOMP_MSVC_DIR}/msvc_special.obj
   COMMAND ${CMAKE_COMMAND} "-DOBJECTS=$<JOIN:$<TARGET_OBJECTS:trdcomp_objects>,|>"
     -DOBJCOPY=${CMAKE_OBJCOPY} -DCXXFILT=${TRDCOMP_CXXFILT} -DCLANG=${TRDCOMP_CLANG}
     -DOBJDUMP=${TRDCOMP_LLVM_OBJDUMP} "-DINCLUDES=${includes}" "-DHEADERS=${headers}"
     -DDLL=$<TARGET_FILE_NAME:trdcomp> -DWORK=${TRDCOMP_MSVC_DIR}
     -DDEF=${TRDCOMP_MSVC_DIR}/aliases.def -DIMPORT_DEF=${TRDCOMP_MSVC_DIR}/trdcomp.def
+    -DSPECIAL_OBJ=${TRDCOMP_MSVC_DIR}/msvc_special.obj
     -P ${PROJECT_SOURCE_DIR}/cmake/msvc_aliases.cmake
   DEPENDS $<TARGET_OBJECTS:trdcomp_objects> ${PROJECT_SOURCE_DIR}/cmake/msvc_aliases.cmake
     ${TRDCOMP_PUBLIC_HEADERS}
-  COMMENT "MSVC-decorated names of the exported functions"
+  COMMENT "MSVC-decorated names of the exported functions, MSVC special members"
   VERBATIM)
-target_sources(trdcomp PRIVATE ${TRDCOMP_MSVC_DIR}/aliases.def)
+# The MSVC special members and vtables are compiled by clang and linked into the DLL.
+target_sources(trdcomp PRIVATE ${TRDCOMP_MSVC_DIR}/aliases.def ${TRDCOMP_MSVC_DIR}/msvc_special.obj)
 
 # The import library for MSVC's linker: the decorated names and the C names.
 set(TRDCOMP_MSVC_IMPLIB $<TARGET_LINKER_FILE_DIR:trdcomp>/trdcomp.lib)

@@ -15,7 +15,7 @@
 
 // The library's version; VersionNumber() and VersionString() give the one actually loaded.
 #define TRDCOMP_VERSION_MAJOR 1
-#define TRDCOMP_VERSION_MINOR 0
+#define TRDCOMP_VERSION_MINOR 1
 #define TRDCOMP_VERSION_PATCH 0
 #define TRDCOMP_VERSION_NUMBER \
   (TRDCOMP_VERSION_MAJOR * 10000 + TRDCOMP_VERSION_MINOR * 100 + TRDCOMP_VERSION_PATCH)

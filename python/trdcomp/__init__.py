@@ -1,8 +1,9 @@
 """Pack, restore and read the messages of the trading API.
 
 The work is done by the trdcomp shared library, through its C interface (``trdcomp_c.h``) and
-ctypes. The library is found through the ``TRDCOMP_LIBRARY`` environment variable (a path),
-then by the system's library search (``libtrdcomp.so.1``).
+ctypes. The library is the one the ``TRDCOMP_LIBRARY`` environment variable names (a path), when
+it is set; otherwise the one installed with the module (``cmake --install`` puts the module
+beside the library), then the system's (``libtrdcomp.so.1``).
 
 A message is a dict::
 
@@ -81,15 +82,25 @@ class _FieldInfo(ctypes.Structure):
                 ("base_offset", ctypes.c_uint32), ("default_value", ctypes.c_int64)]
 
 
-@functools.lru_cache(maxsize=None)
-def _lib():
-    candidates = []
+def _candidates():
     if os.environ.get("TRDCOMP_LIBRARY"):
-        candidates.append(os.environ["TRDCOMP_LIBRARY"])
+        return [os.environ["TRDCOMP_LIBRARY"]]
+    candidates = []
+    try:
+        from . import _installed  # written by cmake --install, absent from a pip install
+        here = os.path.dirname(os.path.abspath(__file__))
+        candidates.append(os.path.normpath(os.path.join(here, _installed.LIBRARY)))
+    except ImportError:
+        pass
     found = ctypes.util.find_library("trdcomp")
     if found:
         candidates.append(found)
-    candidates += ["libtrdcomp.so.1", "libtrdcomp.so", "trdcomp.dll"]
+    return candidates + ["libtrdcomp.so.1", "libtrdcomp.so", "trdcomp.dll"]
+
+
+@functools.lru_cache(maxsize=None)
+def _lib():
+    candidates = _candidates()
     for name in candidates:
         try:
             lib = ctypes.CDLL(name)

@@ -34,14 +34,16 @@ install_tree() {
   quiet cmake --install "$build/$name-build" || fail "installing $name"
 }
 
-# Exactly these files (the library, its package files and the trdcomp command), and the public
-# headers of include/, nothing from src/.
+# Exactly these files (the library, its package files, the trdcomp command, the documents and,
+# beside a shared library, the Python module), and the public headers of include/, nothing from
+# src/.
 check_tree() {
   local prefix=$1
   shift
   local expected actual
   expected=$( (
-    printf '%s\n' "$@"
+    printf '%s\n' "$@" share/doc/trdcomp/README.md share/doc/trdcomp/LICENSE \
+      share/doc/trdcomp/CHANGELOG.md
     cd include && ls -- *.h | sed 's|^|include/|'
   ) | sort)
   actual=$(cd "$prefix" && find . -type f -o -type l | sed 's|^\./||' | sort)
@@ -84,7 +86,8 @@ check_tree "$both" lib/libtrdcomp.so "lib/libtrdcomp.so.${version%%.*}" "lib/lib
   lib/libtrdcomp.a lib/cmake/trdcomp/trdcompConfig.cmake \
   lib/cmake/trdcomp/trdcompConfigVersion.cmake lib/cmake/trdcomp/trdcompTargets.cmake \
   lib/cmake/trdcomp/trdcompTargets-release.cmake lib/pkgconfig/trdcomp.pc \
-  lib/pkgconfig/trdcomp-static.pc bin/trdcomp
+  lib/pkgconfig/trdcomp-static.pc bin/trdcomp lib/python3/site-packages/trdcomp/__init__.py \
+  lib/python3/site-packages/trdcomp/_installed.py
 readelf -d "$both/lib/libtrdcomp.so" | grep -q "SONAME.*\[libtrdcomp\.so\.${version%%.*}\]" ||
   fail "SONAME of libtrdcomp.so"
 

@@ -43,30 +43,8 @@ linux=$("$build/linux/tests/windows/trdcomp_dll_digest") || fail "the Linux dige
 digest=$(sed -n 's/^digest //p' <<<"$linux")
 [ -n "$digest" ] || fail "no Linux digest"
 
-# Wine, quiet, in a throwaway prefix. Its server and helper processes are started here, with
-# their output detached, and stopped on exit: helpers started from a test would hold its output
-# open and stall ctest.
-wine=$(command -v wine64 || command -v wine || ls /usr/lib/wine/wine64 2>/dev/null || true)
-export WINEPREFIX=$build/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-wineserver=""
-wine_ok=""
-if [ -n "$wine" ]; then
-  wineserver=$(ls "$(dirname "$wine")"/wineserver64 "$(dirname "$wine")"/wineserver 2>/dev/null |
-    head -n 1 || true)
-  [ -n "$wineserver" ] || wineserver=$(command -v wineserver || true)
-fi
-if [ -n "$wine" ] && [ -n "$wineserver" ]; then
-  trap '"$wineserver" -k >/dev/null 2>&1 || true' EXIT
-  "$wineserver" -p </dev/null >/dev/null 2>&1 || true
-  timeout 120 "$wine" wineboot </dev/null >/dev/null 2>&1 || true
-  if [ "$(timeout 60 "$wine" cmd /c echo wine-runs </dev/null 2>/dev/null | tr -d '\r')" = "wine-runs" ]; then
-    wine_ok=yes
-  else
-    why="wine cannot start a program"
-  fi
-else
-  why="wine is not installed"
-fi
+# Wine, quiet, in a throwaway prefix.
+source scripts/ci/wine.sh "$build/wine"
 
 quiet cmake -S . -B "$build/mingw" --toolchain "$toolchain" -DCMAKE_BUILD_TYPE=Release \
   -DTRDCOMP_WERROR=ON -DTRDCOMP_BENCHMARKS=OFF -DTRDCOMP_TOOLS=OFF -DCMAKE_CXX_FLAGS=-funsigned-char \
