@@ -161,7 +161,6 @@ TEST(HostileInput, EveryBitFlipOfAShortMessage) {
         flipped[at] ^= static_cast<unsigned char>(1 << bit);
         const Outcome o = restore(m.direction, flipped);
         ASSERT_LE(o.steps, static_cast<std::int64_t>(flipped.size())) << at << " bit " << bit;
-        ASSERT_TRUE(o.status >= TRDCOMP_OK && o.status <= TRDCOMP_ERROR_DICTIONARY_INDEX);
       }
     }
   }

@@ -72,10 +72,25 @@ inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
   return -1;
 }
 
+// Whether texts equal over their whole `width`-byte arrays, neither terminated there, differ:
+// the comparison goes on past the arrays, through the caller's body when the chain has one (the
+// place is the field's map place), else through the views (zeros past them).
+bool textsDifferOnward(const InView& a, const InView& b, std::int64_t at, std::int64_t width,
+                       const Previous& chain, int place) {
+  const InView* body = chain.tail ? &chain.tail->body() : nullptr;
+  if (body && a.size() && b.size() && chain.record == &b) {
+    const std::int64_t later = a.data() - body->data(), earlier = b.data() - body->data();
+    return !chain.tail->equal(later + at + width, earlier + at + width, place);
+  }
+  for (std::int64_t i = width;; ++i) {
+    const u8 x = a.at(at + i), y = b.at(at + i);
+    if (x != y) return true;
+    if (x == 0) return false;
+  }
+}
+
 // Texts compare as terminated strings; exchange codes on their first three characters. Within
-// the array the records' views are read (a byte outside reads as zero); texts equal over their
-// whole array without a terminator compare on past it, through the caller's body when the
-// chain has one (the place is the field's map place), else through the views.
+// the array the records' views are read (a byte outside reads as zero).
 bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t limit,
                  std::int64_t width, const Previous& chain, int place) {
   const std::int64_t n = std::min(limit, width);
@@ -89,17 +104,7 @@ bool textsDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t
       if (x == 0) return false;
     }
   }
-  if (limit <= width) return false;
-  const InView* body = chain.tail ? &chain.tail->body() : nullptr;
-  if (body && a.size() && b.size() && chain.record == &b) {
-    const std::int64_t later = a.data() - body->data(), earlier = b.data() - body->data();
-    return !chain.tail->equal(later + at + width, earlier + at + width, place);
-  }
-  for (std::int64_t i = width;; ++i) {
-    const u8 x = a.at(at + i), y = b.at(at + i);
-    if (x != y) return true;
-    if (x == 0) return false;
-  }
+  return limit > width && textsDifferOnward(a, b, at, width, chain, place);
 }
 
 bool bytesDiffer(const InView& a, const InView& b, std::int64_t at, std::int64_t n) {
@@ -713,7 +718,7 @@ TRDCOMP_INLINE bool differsInside(const Field& f, const Op& op, const InView& a,
     case Kind::ShortText:
       if (op.flags & kSimple) {
         const int d = textsDifferInside(p, q, op.width);
-        if (d >= 0) return d;
+        return d >= 0 ? d : textsDifferOnward(a, b, op.offset, op.width, chain, place);
       }
       return differs(f, a, b, op.offset, chain, place);
     case Kind::Block:
