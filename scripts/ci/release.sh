@@ -13,17 +13,8 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$PWD
 build=$root/build/ci-release
-mkdir -p "$build"
-log=$build/log.txt
-: >"$log"
-start=$SECONDS
-
-fail() {
-  echo "release stage failed: $1 (log: $log)"
-  tail -n 30 "$log"
-  exit 1
-}
-quiet() { "$@" >>"$log" 2>&1; }
+stage=release
+source "$root/scripts/ci/stage.sh"
 # same NAME EXPECTED ACTUAL: two sorted file lists must be equal.
 same() {
   [ "$2" = "$3" ] || fail "$1: $(diff <(echo "$2") <(echo "$3") | grep '^[<>]' | tr '\n' ' ')"

@@ -13,17 +13,8 @@ root=$PWD
 build=$root/build/ci-windows
 jobs=$(nproc)
 toolchain=$root/cmake/mingw-w64-x86_64.cmake
-mkdir -p "$build"
-log=$build/log.txt
-: >"$log"
-start=$SECONDS
-
-fail() {
-  echo "windows stage failed: $1 (log: $log)"
-  tail -n 40 "$log"
-  exit 1
-}
-quiet() { "$@" >>"$log" 2>&1; }
+stage=windows
+source "$root/scripts/ci/stage.sh"
 
 # GoogleTest for mingw, built once from Debian's sources.
 if [ ! -f "$build/gtest/lib/cmake/GTest/GTestConfig.cmake" ]; then
