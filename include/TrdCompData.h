@@ -13,6 +13,8 @@
 
 #include <cstdint>
 
+#include "trdcomp_status.h"
+
 // The library's version; VersionNumber() and VersionString() give the one actually loaded.
 #define TRDCOMP_VERSION_MAJOR 1
 #define TRDCOMP_VERSION_MINOR 1
@@ -68,19 +70,20 @@ static_assert(sizeof(tagANS_Proc) == 120, "answer descriptor is 120 bytes");
 // pass through). Declarations and definitions of the routines are generated from these lists.
 #define TRDCOMP_ROUTINES(X)                                                                       \
   X(1000)                                                                                         \
-  X(1001) X(1002) X(1003) X(1004) X(1005) X(1006) X(1007) X(1008) X(1009) X(1010) X(1011) X(1012) \
-      X(1013) X(1014) X(1015) X(1016) X(1018) X(1019) X(1020) X(1021) X(1023) X(1024) X(1025)     \
-          X(1026) X(1027) X(1030) X(1031) X(1032) X(1033) X(1034) X(1035) X(1036) X(1040) X(1041) \
-              X(1042) X(1043) X(1044) X(1045) X(1050) X(1051) X(1052) X(1053) X(1054) X(1055)     \
-                  X(1056) X(1057) X(1058) X(1059) X(1060) X(1061) X(1062) X(1063) X(1064) X(1065) \
-                      X(1066) X(1067) X(1068) X(1070) X(1071) X(1072) X(1073) X(1074) X(1075)     \
-                          X(1076) X(1077) X(1078) X(1079) X(1080) X(1081) X(1082) X(1083) X(1084) \
-                              X(1085) X(1086) X(1087) X(1100) X(1101) X(1102) X(1103) X(1104)     \
-                                  X(1110) X(1111) X(1112) X(1113) X(1114) X(1115) X(1116) X(1117) \
-                                      X(1118) X(1119) X(1120) X(1121) X(1122) X(1130) X(1131)     \
-                                          X(1132) X(1133) X(1134) X(1200) X(1201) X(1202) X(1203) \
-                                              X(1204) X(1205) X(1206) X(1250) X(1251) X(1260)     \
-                                                  X(1261) X(8996) X(8997)
+  X(1001)                                                                                         \
+  X(1002) X(1003) X(1004) X(1005) X(1006) X(1007) X(1008) X(1009) X(1010) X(1011) X(1012) X(1013) \
+      X(1014) X(1015) X(1016) X(1018) X(1019) X(1020) X(1021) X(1023) X(1024) X(1025) X(1026)     \
+          X(1027) X(1030) X(1031) X(1032) X(1033) X(1034) X(1035) X(1036) X(1040) X(1041) X(1042) \
+              X(1043) X(1044) X(1045) X(1050) X(1051) X(1052) X(1053) X(1054) X(1055) X(1056)     \
+                  X(1057) X(1058) X(1059) X(1060) X(1061) X(1062) X(1063) X(1064) X(1065) X(1066) \
+                      X(1067) X(1068) X(1070) X(1071) X(1072) X(1073) X(1074) X(1075) X(1076)     \
+                          X(1077) X(1078) X(1079) X(1080) X(1081) X(1082) X(1083) X(1084) X(1085) \
+                              X(1086) X(1087) X(1100) X(1101) X(1102) X(1103) X(1104) X(1110)     \
+                                  X(1111) X(1112) X(1113) X(1114) X(1115) X(1116) X(1117) X(1118) \
+                                      X(1119) X(1120) X(1121) X(1122) X(1130) X(1131) X(1132)     \
+                                          X(1133) X(1134) X(1200) X(1201) X(1202) X(1203) X(1204) \
+                                              X(1205) X(1206) X(1250) X(1251) X(1260) X(1261)     \
+                                                  X(8996) X(8997)
 #define TRDCOMP_REQUEST_ROUTINES(X) TRDCOMP_ROUTINES(X) X(8999)
 #define TRDCOMP_ANSWER_ROUTINES(X) TRDCOMP_ROUTINES(X) X(8998)
 
@@ -132,25 +135,10 @@ TRDCOMP_API int Fast_encode_binData(char* out, char* data, int length);
 TRDCOMP_API int Fast_decode_binData(char* in, char* dest, int capacity);
 TRDCOMP_API int Fast_decode_lenString(char* in, char* dest, int size);
 
-// Why a call was refused. The classic entry points report only 1 or 0 (PackAns2008: its output
-// length); the Ex entry points also store one of these in `*reason` when `reason` is not null,
-// and ErrorName turns it into a short text. Values are stable.
-enum TrdCompError : int {
-  TRDCOMP_OK = 0,
-  TRDCOMP_ERROR_NULL_ARGUMENT = 1,       // a pointer that the call needs is null
-  TRDCOMP_ERROR_NEGATIVE_SIZE = 2,       // a negative length, count or record size
-  TRDCOMP_ERROR_HEADER_LENGTH = 3,       // the header length lies beyond the input
-  TRDCOMP_ERROR_PACKED_UNKNOWN = 4,      // an unknown number whose records are marked packed
-  TRDCOMP_ERROR_SECTION_BIT = 5,         // a request with the section-table bit set
-  TRDCOMP_ERROR_COUNT_BEYOND_INPUT = 6,  // the record count cannot fit in the bytes given
-  TRDCOMP_ERROR_COUNT_MISMATCH = 7,      // a 2011 packed count differs from the header's
-  TRDCOMP_ERROR_TOO_LARGE = 8,           // a size does not fit the 32-bit lengths of the API
-  TRDCOMP_ERROR_LIMIT = 9,               // the restored message would exceed the caller's limit
-  TRDCOMP_ERROR_ALLOCATION = 10,         // the allocator returned nothing
-  TRDCOMP_ERROR_OUTPUT_TOO_SMALL = 11,   // the packed message does not fit the output
-  TRDCOMP_ERROR_BODY_TOO_SHORT = 12,     // record count x record size exceeds the body's bytes
-  TRDCOMP_ERROR_DICTIONARY_INDEX = 13,   // a 2011 record names a dictionary entry that is not there
-};
+// Why a call was refused: the TrdCompError codes of trdcomp_status.h, shared with the C
+// interface. The classic entry points report only 1 or 0 (PackAns2008: its output length); the
+// Ex entry points also store the code in `*reason` when `reason` is not null, and ErrorName
+// turns it into a short text.
 
 // Packs and restores whole messages.
 //

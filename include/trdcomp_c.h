@@ -17,6 +17,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "trdcomp_status.h"
+
 #ifndef TRDCOMP_API
 #if defined(_WIN32)
 #if defined(TRDCOMP_BUILDING)
@@ -40,24 +42,50 @@ extern "C" {
 #define TRDCOMP_REQUEST 0
 #define TRDCOMP_ANSWER 1
 
+/* The headers, as they lie at the start of a message (little-endian, no padding). A message's
+ * bytes are read into these with memcpy; the library reads and writes them by these names. */
+#if defined(_MSC_VER) || defined(__GNUC__)
+#pragma pack(push, 1)
+#endif
+typedef struct trdcomp_request_header {
+  int32_t header_length; /* where the body starts; 76 as written */
+  uint32_t function;     /* function number */
+  uint8_t flags;         /* TRDCOMP_FLAG_* */
+  uint8_t caller[59];    /* the caller's own, carried unchanged */
+  int32_t count;         /* records in the body */
+  int32_t size;          /* bytes of one record image */
+} trdcomp_request_header;
+
+typedef struct trdcomp_answer_header {
+  int32_t header_length; /* where the body (or section table) starts; 96 as written */
+  uint32_t function;
+  uint8_t flags;
+  uint8_t caller[11];
+  char short_text[4];
+  char text[64];
+  int32_t count; /* records of section 0 */
+  int32_t size;  /* bytes of one record of section 0 */
+} trdcomp_answer_header;
+#if defined(_MSC_VER) || defined(__GNUC__)
+#pragma pack(pop)
+#endif
+
+/* The bits of the flags byte. */
+#define TRDCOMP_FLAG_PACKED 0x01        /* the body holds packed records */
+#define TRDCOMP_FLAG_SECTION_TABLE 0x02 /* an answer's sections are listed in a table */
+#define TRDCOMP_FLAG_NIBBLE_SHIFT 4     /* bits 4-7: the codec nibble, 0 the 2008 codec */
+#define TRDCOMP_FLAG_NIBBLE_MASK 0xF0
+
 /* Codec choices of trdcomp_pack and trdcomp_describe. */
 #define TRDCOMP_CODEC_HEADER 0 /* trdcomp_pack: the codec the message's nibble names */
 #define TRDCOMP_CODEC_2008 2008
 #define TRDCOMP_CODEC_2011 2011
 
-/* Status codes: 0 for success, the others name the class of fault. */
-#define TRDCOMP_OK 0
-#define TRDCOMP_E_ARGUMENT 1  /* null pointer, unknown direction or codec, index out of range */
-#define TRDCOMP_E_TRUNCATED 2 /* the data ends before the message it starts does */
-#define TRDCOMP_E_HEADER 3    /* a header field out of range: length, count, size, table */
-#define TRDCOMP_E_UNKNOWN 4   /* a function number the library does not know */
-#define TRDCOMP_E_BODY 5      /* a packed body that contradicts its header */
-#define TRDCOMP_E_REFUSED 6   /* the codec refused a message that passed these checks */
-#define TRDCOMP_E_TOO_LARGE 7 /* the result would exceed the size limit */
-#define TRDCOMP_E_MEMORY 8    /* an allocation failed */
+/* Status codes: TRDCOMP_OK (0) or one of the TRDCOMP_ERROR_* reasons of trdcomp_status.h, the
+ * same codes that the C++ entry points report. */
 
 typedef struct trdcomp_error {
-  int code;          /* one of the status codes */
+  int code;          /* TRDCOMP_OK or a TRDCOMP_ERROR_* reason */
   int64_t offset;    /* byte offset of the fault in the input, -1 when none applies */
   char message[240]; /* one line, zero-terminated, without the offset */
 } trdcomp_error;
@@ -70,16 +98,17 @@ typedef struct trdcomp_error {
   3 /* no layout: the body travels as it is (8998 requests, 8999 answers) */
 
 /* Field kinds, as the layout tables name them. */
-#define TRDCOMP_KIND_CHAR 0          /* one raw byte */
-#define TRDCOMP_KIND_TEXT 1          /* char[N]: zero-terminated inside its array when shorter */
-#define TRDCOMP_KIND_SHORT_TEXT 2    /* short string [N]: at most N - 1 bytes survive */
-#define TRDCOMP_KIND_BLOCK 3         /* byte block [N]: opaque, always the full width */
-#define TRDCOMP_KIND_INT32 4         /* int32 whose 2008 form the codec flag chooses */
-#define TRDCOMP_KIND_INT64 5         /* int64 */
-#define TRDCOMP_KIND_DOUBLE 6        /* price or amount: 4 decimals (2008), 3 decimals (2011) */
-#define TRDCOMP_KIND_COUNTED_BLOCK 7 /* byte block whose used length is the int32 at count_offset \
-                                      */
-#define TRDCOMP_KIND_GROUP 8         /* up to `repeat` entries of the `members` fields after it */
+#define TRDCOMP_KIND_CHAR 0       /* one raw byte */
+#define TRDCOMP_KIND_TEXT 1       /* char[N]: zero-terminated inside its array when shorter */
+#define TRDCOMP_KIND_SHORT_TEXT 2 /* short string [N]: at most N - 1 bytes survive */
+#define TRDCOMP_KIND_BLOCK 3      /* byte block [N]: opaque, always the full width */
+#define TRDCOMP_KIND_INT32 4      /* int32 whose 2008 form the codec flag chooses */
+#define TRDCOMP_KIND_INT64 5      /* int64 */
+#define TRDCOMP_KIND_DOUBLE 6     /* price or amount: 4 decimals (2008), 3 decimals (2011) */
+#define TRDCOMP_KIND_COUNTED_BLOCK                                                        \
+  7                          /* byte block whose used length is the int32 at count_offset \
+                              */
+#define TRDCOMP_KIND_GROUP 8 /* up to `repeat` entries of the `members` fields after it */
 
 /* 2011 Fast text forms and integer bases. */
 #define TRDCOMP_TEXT_LENGTH_PREFIXED 0
@@ -136,8 +165,8 @@ TRDCOMP_API uint32_t trdcomp_function_at(int index);
 
 /* Describes the records of `number` in `direction` and `codec` (2008 or 2011) as a restored
  * message holds them, which is also how trdcomp_pack reads a raw message. Returns 0, or
- * TRDCOMP_E_UNKNOWN for an unknown number and TRDCOMP_E_ARGUMENT for a bad direction, codec or
- * null `info`. Nothing to free. */
+ * TRDCOMP_ERROR_UNKNOWN_FUNCTION for an unknown number and TRDCOMP_ERROR_ARGUMENT for a bad
+ * direction, codec or null `info`. Nothing to free. */
 TRDCOMP_API int trdcomp_describe(uint32_t number, int direction, int codec,
                                  trdcomp_message_info* info);
 

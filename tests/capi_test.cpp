@@ -86,12 +86,12 @@ TEST(CInterface, RefusesFaultsWithTheirClassAndOffset) {
     int code;
     std::int64_t offset;
   } cases[] = {
-      {"header cut", Bytes(packed.begin(), packed.begin() + 60), TRDCOMP_E_TRUNCATED, 60},
-      {"record cut", Bytes(packed.begin(), packed.end() - 1), TRDCOMP_E_TRUNCATED, -2},
-      {"unknown number", with(4, 1022), TRDCOMP_E_UNKNOWN, 4},
-      {"header length beyond", with(0, 4000), TRDCOMP_E_HEADER, 0},
-      {"negative count", with(68, -2), TRDCOMP_E_HEADER, 68},
-      {"huge count", with(68, 1 << 30), TRDCOMP_E_TOO_LARGE, 68},
+      {"header cut", Bytes(packed.begin(), packed.begin() + 60), TRDCOMP_ERROR_TRUNCATED, 60},
+      {"record cut", Bytes(packed.begin(), packed.end() - 1), TRDCOMP_ERROR_TRUNCATED, -2},
+      {"unknown number", with(4, 1022), TRDCOMP_ERROR_UNKNOWN_FUNCTION, 4},
+      {"header length beyond", with(0, 4000), TRDCOMP_ERROR_HEADER, 0},
+      {"negative count", with(68, -2), TRDCOMP_ERROR_HEADER, 68},
+      {"huge count", with(68, 1 << 30), TRDCOMP_ERROR_TOO_LARGE, 68},
   };
   for (const Case& c : cases) {
     const Result r = restore(c.bytes);
@@ -103,7 +103,7 @@ TEST(CInterface, RefusesFaultsWithTheirClassAndOffset) {
     EXPECT_TRUE(r.bytes.empty()) << c.what;
   }
   EXPECT_EQ(pack(packed).err.offset, 8);  // packed already
-  EXPECT_EQ(restore(packed, 100).status, TRDCOMP_E_TOO_LARGE);
+  EXPECT_EQ(restore(packed, 100).status, TRDCOMP_ERROR_TOO_LARGE);
 }
 
 TEST(CInterface, DamagedMessagesAreRestoredOrRefused) {
@@ -152,12 +152,12 @@ TEST(CInterface, DescribesEveryNumber) {
       EXPECT_EQ(f.offset, l.fields[l.fieldCount - 1].offset);
       EXPECT_EQ(trdcomp_field(number, TRDCOMP_ANSWER, TRDCOMP_CODEC_2008, s,
                               static_cast<int>(l.fieldCount), &f),
-                TRDCOMP_E_ARGUMENT);
+                TRDCOMP_ERROR_ARGUMENT);
     }
   }
   trdcomp_message_info info;
-  EXPECT_EQ(trdcomp_describe(1022, TRDCOMP_REQUEST, TRDCOMP_CODEC_2008, &info), TRDCOMP_E_UNKNOWN);
-  EXPECT_EQ(trdcomp_describe(1002, TRDCOMP_REQUEST, 2010, &info), TRDCOMP_E_ARGUMENT);
+  EXPECT_EQ(trdcomp_describe(1022, TRDCOMP_REQUEST, TRDCOMP_CODEC_2008, &info), TRDCOMP_ERROR_UNKNOWN_FUNCTION);
+  EXPECT_EQ(trdcomp_describe(1002, TRDCOMP_REQUEST, 2010, &info), TRDCOMP_ERROR_ARGUMENT);
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ int fail(trdcomp_error* err, int code, std::int64_t offset, const char* format, 
     err->code = code;
     err->offset = offset;
     // A truncation says so first, whatever its details.
-    const char* prefix = code == TRDCOMP_E_TRUNCATED ? "truncated message: " : "";
+    const char* prefix = code == TRDCOMP_ERROR_TRUNCATED ? "truncated message: " : "";
     const int n = std::snprintf(err->message, sizeof err->message, "%s", prefix);
     va_list args;
     va_start(args, format);
@@ -75,9 +75,9 @@ namespace {
 int lookUp(std::uint32_t number, int direction, int codec, Records& out) {
   const int c = codecIndex(codec);
   if (c < 0 || (direction != TRDCOMP_REQUEST && direction != TRDCOMP_ANSWER))
-    return TRDCOMP_E_ARGUMENT;
+    return TRDCOMP_ERROR_ARGUMENT;
   const frame::Entry* e = frame::find(number);
-  if (!e) return TRDCOMP_E_UNKNOWN;
+  if (!e) return TRDCOMP_ERROR_UNKNOWN_FUNCTION;
   out = recordsOf(*e, direction, c);
   return TRDCOMP_OK;
 }
@@ -100,7 +100,7 @@ uint32_t trdcomp_function_at(int index) {
 }
 
 int trdcomp_describe(uint32_t number, int direction, int codec, trdcomp_message_info* info) {
-  if (!info) return TRDCOMP_E_ARGUMENT;
+  if (!info) return TRDCOMP_ERROR_ARGUMENT;
   Records r;
   if (int status = lookUp(number, direction, codec, r)) return status;
   std::memset(info, 0, sizeof *info);
@@ -123,12 +123,12 @@ int trdcomp_describe(uint32_t number, int direction, int codec, trdcomp_message_
 
 int trdcomp_field(uint32_t number, int direction, int codec, int section, int index,
                   trdcomp_field_info* field) {
-  if (!field) return TRDCOMP_E_ARGUMENT;
+  if (!field) return TRDCOMP_ERROR_ARGUMENT;
   Records r;
   if (int status = lookUp(number, direction, codec, r)) return status;
-  if (section < 0 || section >= r.sectionCount) return TRDCOMP_E_ARGUMENT;
+  if (section < 0 || section >= r.sectionCount) return TRDCOMP_ERROR_ARGUMENT;
   const Layout& l = *r.sections[section];
-  if (index < 0 || index >= l.fieldCount) return TRDCOMP_E_ARGUMENT;
+  if (index < 0 || index >= l.fieldCount) return TRDCOMP_ERROR_ARGUMENT;
   const Field& f = l.fields[index];
   std::memset(field, 0, sizeof *field);
   field->offset = f.offset;

@@ -52,13 +52,13 @@ int directionOf(const Input& in, int direction, trdcomp_error* err, int& out) {
     out = direction;
     return TRDCOMP_OK;
   }
-  if (direction != TRDCOMP_DETECT) return fail(err, TRDCOMP_E_ARGUMENT, -1, "unknown direction");
+  if (direction != TRDCOMP_DETECT) return fail(err, TRDCOMP_ERROR_ARGUMENT, -1, "unknown direction");
   if (!in.has(0, 4))
-    return fail(err, TRDCOMP_E_TRUNCATED, in.n, "the message is %lld bytes, too short for a header",
+    return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n, "the message is %lld bytes, too short for a header",
                 ll(in.n));
   out = trdcomp_direction(in.p, static_cast<std::size_t>(in.n));
   if (out < 0)
-    return fail(err, TRDCOMP_E_HEADER, 0,
+    return fail(err, TRDCOMP_ERROR_HEADER, 0,
                 "header length %d is neither 76 (a request) nor 96 (an answer)", in.i32(0));
   return TRDCOMP_OK;
 }
@@ -67,10 +67,10 @@ int directionOf(const Input& in, int direction, trdcomp_error* err, int& out) {
 int checkHeader(const Input& in, int direction, trdcomp_error* err, const frame::Entry*& entry) {
   const std::int64_t header = direction == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
   if (!in.has(0, header))
-    return fail(err, TRDCOMP_E_TRUNCATED, in.n, "the message is %lld bytes, an %s header is %lld",
+    return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n, "the message is %lld bytes, an %s header is %lld",
                 ll(in.n), direction == TRDCOMP_REQUEST ? "request" : "answer", ll(header));
   entry = frame::find(in.u32(4));
-  if (!entry) return fail(err, TRDCOMP_E_UNKNOWN, 4, "unknown function number %u", in.u32(4));
+  if (!entry) return fail(err, TRDCOMP_ERROR_UNKNOWN_FUNCTION, 4, "unknown function number %u", in.u32(4));
   return TRDCOMP_OK;
 }
 
@@ -94,18 +94,18 @@ int readSections(const Input& in, std::int64_t at, bool table, bool raw, trdcomp
     out.s[0].size = in.i32(92);
   } else {
     if (!in.has(at, 4))
-      return fail(err, TRDCOMP_E_TRUNCATED, at, "the section table's size is cut off");
+      return fail(err, TRDCOMP_ERROR_TRUNCATED, at, "the section table's size is cut off");
     const std::int32_t size = in.i32(at);
     if (size < 4 || (size - 4) % 8 != 0)
-      return fail(err, TRDCOMP_E_HEADER, at,
+      return fail(err, TRDCOMP_ERROR_HEADER, at,
                   "section table size %d is not 4 plus 8 bytes per section", size);
     if (!in.has(at, size))
-      return fail(err, TRDCOMP_E_TRUNCATED, in.n,
+      return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n,
                   "the section table claims %d bytes at offset %lld, the message ends first", size,
                   ll(at));
     const std::int64_t pairs = (size - 4) / 8;
     if (raw && pairs > kMostSections)
-      return fail(err, TRDCOMP_E_HEADER, at,
+      return fail(err, TRDCOMP_ERROR_HEADER, at,
                   "the section table lists %lld sections, at most 5 travel", ll(pairs));
     out.table = size;
     out.count = static_cast<int>(std::min<std::int64_t>(pairs, kMostSections));
@@ -118,10 +118,10 @@ int readSections(const Input& in, std::int64_t at, bool table, bool raw, trdcomp
   }
   for (int k = 0; k < out.count; ++k) {
     if (out.s[k].count < 0)
-      return fail(err, TRDCOMP_E_HEADER, out.s[k].countAt,
+      return fail(err, TRDCOMP_ERROR_HEADER, out.s[k].countAt,
                   "record count %d of section %d is negative", out.s[k].count, k);
     if (raw && out.s[k].size < 0)
-      return fail(err, TRDCOMP_E_HEADER, out.s[k].sizeAt,
+      return fail(err, TRDCOMP_ERROR_HEADER, out.s[k].sizeAt,
                   "record size %d of section %d is negative", out.s[k].size, k);
   }
   return TRDCOMP_OK;
@@ -132,7 +132,7 @@ int checkRawRecords(const Input& in, std::int64_t at, std::int64_t count, std::i
                     const char* what, trdcomp_error* err) {
   const std::int64_t need = mulAdd(count, size, at);
   if (need > in.n)
-    return fail(err, TRDCOMP_E_TRUNCATED, in.n,
+    return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n,
                 "%s: %lld records of %lld bytes from offset %lld need %lld bytes, the message has "
                 "%lld",
                 what, ll(count), ll(size), ll(at), ll(need), ll(in.n));
@@ -145,11 +145,11 @@ int walkRecords(const Input& in, std::int64_t& pos, std::int64_t count, int pref
                 const char* what, trdcomp_error* err) {
   for (std::int64_t i = 0; i < count; ++i) {
     if (!in.has(pos, prefix))
-      return fail(err, TRDCOMP_E_TRUNCATED, pos, "%s: the message ends before record %lld of %lld",
+      return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "%s: the message ends before record %lld of %lld",
                   what, ll(i), ll(count));
     const std::int64_t length = prefix == 4 ? in.u32(pos) : in.u16(pos);
     if (!in.has(pos + prefix, length))
-      return fail(err, TRDCOMP_E_TRUNCATED, pos,
+      return fail(err, TRDCOMP_ERROR_TRUNCATED, pos,
                   "%s: record %lld claims %lld bytes, %lld remain after its length", what, ll(i),
                   ll(length), ll(in.n - pos - prefix));
     pos += prefix + length;
@@ -160,7 +160,7 @@ int walkRecords(const Input& in, std::int64_t& pos, std::int64_t count, int pref
 int checkRestoredLength(std::int64_t length, std::int64_t limit, std::int64_t at,
                         trdcomp_error* err) {
   if (length > limit || length > INT32_MAX - 1024)
-    return fail(err, TRDCOMP_E_TOO_LARGE, at,
+    return fail(err, TRDCOMP_ERROR_TOO_LARGE, at,
                 "the restored message would be %lld bytes, above the limit of %lld", ll(length),
                 ll(std::min<std::int64_t>(limit, INT32_MAX - 1024)));
   return TRDCOMP_OK;
@@ -176,29 +176,29 @@ int checkPackedRequest(const Input& in, const frame::Entry& e, std::int64_t limi
   if (r.form == TRDCOMP_FORM_NO_BODY) return TRDCOMP_OK;
   if (r.form == TRDCOMP_FORM_PASS_THROUGH) {
     if (flags & 1)
-      return fail(err, TRDCOMP_E_HEADER, 8,
+      return fail(err, TRDCOMP_ERROR_HEADER, 8,
                   "flags bit 0 (packed) is set, but request %u has no layout and passes through",
                   e.number);
     return TRDCOMP_OK;
   }
   const Layout& layout = *r.sections[0];
   if ((flags & 2) && (codec == 0 || !layout.keepsSectionBit))
-    return fail(err, TRDCOMP_E_HEADER, 8, "flags bit 1 (section table) is set in a request");
+    return fail(err, TRDCOMP_ERROR_HEADER, 8, "flags bit 1 (section table) is set in a request");
   const std::int32_t count = in.i32(68);
-  if (count < 0) return fail(err, TRDCOMP_E_HEADER, 68, "record count %d is negative", count);
+  if (count < 0) return fail(err, TRDCOMP_ERROR_HEADER, 68, "record count %d is negative", count);
   if (int s = checkRestoredLength(mulAdd(count, layout.size, kRequestHeader), limit, 68, err))
     return s;
   if (!(flags & 1)) {
     const std::int32_t size = in.i32(72);
-    if (size < 0) return fail(err, TRDCOMP_E_HEADER, 72, "record size %d is negative", size);
+    if (size < 0) return fail(err, TRDCOMP_ERROR_HEADER, 72, "record size %d is negative", size);
     return checkRawRecords(in, kRequestHeader, count, size, "records", err);
   }
   std::int64_t pos = headLen;
   if (codec == 1) {
     if (!in.has(pos, 2))
-      return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit record count of the body is cut off");
+      return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "the 16-bit record count of the body is cut off");
     if (in.u16(pos) != count)
-      return fail(err, TRDCOMP_E_BODY, pos, "the body counts %u records, the header %d (offset 68)",
+      return fail(err, TRDCOMP_ERROR_COUNT_MISMATCH, pos, "the body counts %u records, the header %d (offset 68)",
                   in.u16(pos), count);
     pos += 2;
   }
@@ -209,15 +209,15 @@ int checkPackedRequest(const Input& in, const frame::Entry& e, std::int64_t limi
 int walkDictionary(const Input& in, std::int64_t& pos, std::int64_t count, int section,
                    trdcomp_error* err) {
   if (!in.has(pos, 2))
-    return fail(err, TRDCOMP_E_TRUNCATED, pos, "section %d: the dictionary size is cut off",
+    return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "section %d: the dictionary size is cut off",
                 section);
   const std::int64_t entries = in.u16(pos);
   pos += 2;
   if (int s = walkRecords(in, pos, entries, 2, "dictionary", err)) return s;
   if (!in.has(pos, 2))
-    return fail(err, TRDCOMP_E_TRUNCATED, pos, "section %d: the record count is cut off", section);
+    return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "section %d: the record count is cut off", section);
   if (in.u16(pos) != count)
-    return fail(err, TRDCOMP_E_BODY, pos, "section %d counts %u records, the header %lld", section,
+    return fail(err, TRDCOMP_ERROR_COUNT_MISMATCH, pos, "section %d counts %u records, the header %lld", section,
                 in.u16(pos), ll(count));
   pos += 2;
   return walkRecords(in, pos, count, 2, "records", err);
@@ -232,7 +232,7 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
   if (r.form == TRDCOMP_FORM_NO_BODY) return TRDCOMP_OK;
   if (r.form == TRDCOMP_FORM_PASS_THROUGH || (codec == 0 && !(flags & 1))) {
     if (r.form == TRDCOMP_FORM_PASS_THROUGH && (flags & 1))
-      return fail(err, TRDCOMP_E_HEADER, 8,
+      return fail(err, TRDCOMP_ERROR_HEADER, 8,
                   "flags bit 0 (packed) is set, but answer %u has no layout and passes through",
                   e.number);
     Sections sections;
@@ -250,7 +250,7 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
     return checkRestoredLength(restored, limit, 88, err);
   }
   if (!(flags & 1))
-    return fail(err, TRDCOMP_E_HEADER, 8,
+    return fail(err, TRDCOMP_ERROR_HEADER, 8,
                 "flags bit 0 (packed) is clear, but the 2011 codec has no plain form of answers");
 
   std::int64_t pos = headLen;
@@ -270,14 +270,14 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
   } else if (sectionCount > 1) {
     for (int k = 0; k < sectionCount; ++k, pos += 2) {
       if (!in.has(pos, 2))
-        return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit count of section %d is cut off", k);
+        return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "the 16-bit count of section %d is cut off", k);
       counts[k] = in.u16(pos);
       countAt[k] = pos;
     }
   } else {
     counts[0] = in.i32(88);
     if (counts[0] < 0)
-      return fail(err, TRDCOMP_E_HEADER, 88, "record count %lld is negative", ll(counts[0]));
+      return fail(err, TRDCOMP_ERROR_HEADER, 88, "record count %lld is negative", ll(counts[0]));
   }
   std::int64_t restored = kAnswerHeader + (sectionCount > 1 ? 4 + 8 * sectionCount : 0);
   for (int k = 0; k < sectionCount; ++k)
@@ -295,9 +295,9 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
     } else {
       if (sectionCount == 1) {
         if (!in.has(pos, 2))
-          return fail(err, TRDCOMP_E_TRUNCATED, pos, "the 16-bit record count is cut off");
+          return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "the 16-bit record count is cut off");
         if (in.u16(pos) != counts[0])
-          return fail(err, TRDCOMP_E_BODY, pos,
+          return fail(err, TRDCOMP_ERROR_COUNT_MISMATCH, pos,
                       "the body counts %u records, the header %lld (offset 88)", in.u16(pos),
                       ll(counts[0]));
         pos += 2;
@@ -312,11 +312,11 @@ int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit
 // The output buffer of a pack, of the library's bound for the message.
 int allocateOutput(std::int64_t bound, trdcomp_error* err, u8*& out) {
   if (bound > INT32_MAX)
-    return fail(err, TRDCOMP_E_TOO_LARGE, -1,
+    return fail(err, TRDCOMP_ERROR_TOO_LARGE, -1,
                 "the packed message could need %lld bytes, more than a message may hold",
                 ll(bound));
   out = static_cast<u8*>(std::calloc(static_cast<std::size_t>(bound), 1));
-  if (!out) return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory for %lld bytes", ll(bound));
+  if (!out) return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory for %lld bytes", ll(bound));
   return TRDCOMP_OK;
 }
 
@@ -339,12 +339,12 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
   if (r.form == TRDCOMP_FORM_RECORDS) {
     count = head.recCount;
     if (count < 0)
-      return fail(err, TRDCOMP_E_HEADER, 68, "record count %lld is negative", ll(count));
+      return fail(err, TRDCOMP_ERROR_HEADER, 68, "record count %lld is negative", ll(count));
     if (head.recSize < 0)
-      return fail(err, TRDCOMP_E_HEADER, 72, "record size %d is negative", head.recSize);
+      return fail(err, TRDCOMP_ERROR_HEADER, 72, "record size %d is negative", head.recSize);
     if (int s = checkRawRecords(in, kRequestHeader, count, head.recSize, "records", err)) return s;
     if (codec == 1 && count > kMost2011Count)
-      return fail(err, TRDCOMP_E_HEADER, 68,
+      return fail(err, TRDCOMP_ERROR_HEADER, 68,
                   "record count %lld does not fit the 16 bits the 2011 codec sends", ll(count));
   }
   const std::int64_t bound = CTrdCompData::PackReqBound(&head, static_cast<int>(body));
@@ -356,7 +356,7 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
           const_cast<char*>(reinterpret_cast<const char*>(in.p + kRequestHeader)),
           static_cast<int>(body), static_cast<char>(flag), &reason)) {
     std::free(buffer);
-    return fail(err, TRDCOMP_E_REFUSED, -1, "packing refused request %u: %s", e.number,
+    return fail(err, reason, -1, "packing refused request %u: %s", e.number,
                 CTrdCompData::ErrorName(reason));
   }
   return finish(buffer, length, out, outLen);
@@ -365,7 +365,7 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
 int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, void** out,
                std::size_t* outLen, trdcomp_error* err) {
   if (in.i32(0) != kAnswerHeader)
-    return fail(err, TRDCOMP_E_HEADER, 0, "header length %d: a plain answer's header is 96 bytes",
+    return fail(err, TRDCOMP_ERROR_HEADER, 0, "header length %d: a plain answer's header is 96 bytes",
                 in.i32(0));
   const u8 flags = in.p[8];
   const bool noBody = e.answerForm == frame::AnswerForm::NoBody;
@@ -386,7 +386,7 @@ int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, voi
   const records::AnswerLayout* layout =
       e.answerForm == frame::AnswerForm::Routine ? e.answerPack[codec] : nullptr;
   if (layout && sections.count > layout->sectionCount)
-    return fail(err, TRDCOMP_E_HEADER, kAnswerHeader,
+    return fail(err, TRDCOMP_ERROR_HEADER, kAnswerHeader,
                 "%d sections, but answer %u has %d in the %s codec", sections.count, e.number,
                 layout->sectionCount, codec ? "2011" : "2008");
 
@@ -404,7 +404,7 @@ int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, voi
     if (noBody) continue;
     if (int status = checkRawRecords(in, at, s.count, s.size, "section", err)) return status;
     if (layout && codec == 1 && s.count > kMost2011Count)
-      return fail(err, TRDCOMP_E_HEADER, s.countAt,
+      return fail(err, TRDCOMP_ERROR_HEADER, s.countAt,
                   "record count %d of section %d does not fit the 16 bits the 2011 codec sends",
                   s.count, k);
     data[k] = const_cast<char*>(reinterpret_cast<const char*>(in.p + at));
@@ -427,7 +427,7 @@ int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, voi
                                    &proc, data[0], data[1], data[2], data[3], data[4],
                                    static_cast<char>(flag), nibble << 4, &reason)) {
     std::free(buffer);
-    return fail(err, TRDCOMP_E_REFUSED, -1, "packing refused answer %u: %s", e.number,
+    return fail(err, reason, -1, "packing refused answer %u: %s", e.number,
                 CTrdCompData::ErrorName(reason));
   }
   return finish(buffer, length, out, outLen);
@@ -442,18 +442,18 @@ extern "C" {
 
 int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int flag, void** out,
                  size_t* out_len, trdcomp_error* err) {
-  if (!raw || !out || !out_len) return fail(err, TRDCOMP_E_ARGUMENT, -1, "null argument");
+  if (!raw || !out || !out_len) return fail(err, TRDCOMP_ERROR_ARGUMENT, -1, "null argument");
   *out = nullptr;
   *out_len = 0;
   if (raw_len > static_cast<size_t>(INT32_MAX))
-    return fail(err, TRDCOMP_E_TOO_LARGE, -1, "a message is at most 2 GiB");
+    return fail(err, TRDCOMP_ERROR_TOO_LARGE, -1, "a message is at most 2 GiB");
   const Input in{static_cast<const trdcomp::u8*>(raw), static_cast<std::int64_t>(raw_len)};
   int dir;
   const trdcomp::frame::Entry* e = nullptr;
   if (int s = directionOf(in, direction, err, dir)) return s;
   if (int s = checkHeader(in, dir, err, e)) return s;
   if (in.p[8] & 1)
-    return fail(err, TRDCOMP_E_HEADER, 8, "flags bit 0 (packed) is set: the %s is packed already",
+    return fail(err, TRDCOMP_ERROR_HEADER, 8, "flags bit 0 (packed) is set: the %s is packed already",
                 kDirection[dir]);
   int nibble = in.p[8] >> 4;
   if (codec == TRDCOMP_CODEC_2008)
@@ -461,18 +461,18 @@ int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int 
   else if (codec == TRDCOMP_CODEC_2011)
     nibble = nibble ? nibble : 1;
   else if (codec != TRDCOMP_CODEC_HEADER)
-    return fail(err, TRDCOMP_E_ARGUMENT, -1, "unknown codec %d", codec);
+    return fail(err, TRDCOMP_ERROR_ARGUMENT, -1, "unknown codec %d", codec);
   return dir == TRDCOMP_REQUEST ? packRequest(in, *e, nibble, flag, out, out_len, err)
                                 : packAnswer(in, *e, nibble, flag, out, out_len, err);
 }
 
 int trdcomp_restore(const void* packed, size_t length, int direction, int flag, size_t max_len,
                     void** out, size_t* out_len, trdcomp_error* err) {
-  if (!packed || !out || !out_len) return fail(err, TRDCOMP_E_ARGUMENT, -1, "null argument");
+  if (!packed || !out || !out_len) return fail(err, TRDCOMP_ERROR_ARGUMENT, -1, "null argument");
   *out = nullptr;
   *out_len = 0;
   if (length > static_cast<size_t>(INT32_MAX))
-    return fail(err, TRDCOMP_E_TOO_LARGE, -1, "a message is at most 2 GiB");
+    return fail(err, TRDCOMP_ERROR_TOO_LARGE, -1, "a message is at most 2 GiB");
   const Input in{static_cast<const trdcomp::u8*>(packed), static_cast<std::int64_t>(length)};
   int dir;
   const trdcomp::frame::Entry* e = nullptr;
@@ -480,10 +480,10 @@ int trdcomp_restore(const void* packed, size_t length, int direction, int flag, 
   if (int s = checkHeader(in, dir, err, e)) return s;
   const std::int64_t header = dir == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
   if (in.i32(0) > in.n)
-    return fail(err, TRDCOMP_E_HEADER, 0,
+    return fail(err, TRDCOMP_ERROR_HEADER, 0,
                 "header length %d is beyond the %lld bytes of the message", in.i32(0), ll(in.n));
   if (in.i32(0) < header)
-    return fail(err, TRDCOMP_E_HEADER, 0, "header length %d is shorter than the %lld-byte header",
+    return fail(err, TRDCOMP_ERROR_HEADER, 0, "header length %d is shorter than the %lld-byte header",
                 in.i32(0), ll(header));
   const std::int64_t limit =
       max_len ? static_cast<std::int64_t>(std::min<size_t>(max_len, size_t(INT32_MAX)))
@@ -503,21 +503,17 @@ int trdcomp_restore(const void* packed, size_t length, int direction, int flag, 
           : CTrdCompData::RestoreAns2008Ex(bytes, static_cast<int>(length), &restored, restoredLen,
                                            static_cast<char>(flag), ceiling, &reason);
   if (!ok)
-    return fail(err,
-                reason == TRDCOMP_ERROR_ALLOCATION ? TRDCOMP_E_MEMORY
-                : reason == TRDCOMP_ERROR_LIMIT    ? TRDCOMP_E_TOO_LARGE
-                                                   : TRDCOMP_E_REFUSED,
-                -1, "the %s codec refused %s %u: %s", (in.p[8] >> 4) ? "2011" : "2008",
+    return fail(err, reason, -1, "the %s codec refused %s %u: %s", (in.p[8] >> 4) ? "2011" : "2008",
                 kDirection[dir], e->number, CTrdCompData::ErrorName(reason));
   // A message without body restores to nothing: its header (and table) stand for it.
   const char* from = restored ? restored : static_cast<const char*>(packed);
   const std::int64_t n = restored ? restoredLen : in.n;
   if (!restored && recordsOf(*e, dir, 0).form != TRDCOMP_FORM_NO_BODY)
-    return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory");
+    return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory");
   auto* copy = static_cast<trdcomp::u8*>(std::malloc(static_cast<size_t>(n ? n : 1)));
   if (copy) std::memcpy(copy, from, static_cast<size_t>(n));
   CTrdCompData::ReleaseAnsData(restored);
-  if (!copy) return fail(err, TRDCOMP_E_MEMORY, -1, "out of memory for %lld bytes", ll(n));
+  if (!copy) return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory for %lld bytes", ll(n));
   copy[8] &= static_cast<trdcomp::u8>(~1u);  // the body now holds plain records
   *out = copy;
   *out_len = static_cast<size_t>(n);

@@ -11,8 +11,6 @@
 namespace trdcomp::framing {
 namespace {
 
-constexpr int kSectionTableSlack = 1024;  // behind a restored multi-section answer
-
 // Decodes a packed record into its slot and keeps the slots zero behind it: a decode cap may run
 // past the record, into the next one, which is zeroed again before it is decoded. A layout that
 // fills its records is decoded over whatever the slot holds.
@@ -73,27 +71,6 @@ struct Codec2008 {
                      4 + records::maxEncoded2008(layout, records::recordExtent(layout, stride)));
   }
 
-  // Packed records from `pos` on, each behind its u32 length; reading stops where the message
-  // ends (the records after stay zero, unvisited).
-  static void restorePacked(const records::Layout& layout, const InView& in, std::int64_t& pos,
-                            u8* first, std::int64_t count, RecordWriter& writer, char flag,
-                            const RestoreOptions& options) {
-    for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
-      options.step();
-      if (!layout.opaque) writer.decode(layout, in, pos, first + i * layout.size, flag);
-      pos += 4 + static_cast<std::int64_t>(in.u32(pos));
-    }
-  }
-
-  static Status restoreRequestRecords(const records::Layout& layout, const InView& in,
-                                      std::int64_t pos, u8* first, std::int64_t count,
-                                      RecordArea& area, const Params& params,
-                                      const RestoreOptions& options) {
-    RecordWriter writer{area};
-    restorePacked(layout, in, pos, first, count, writer, params.flag, options);
-    return TRDCOMP_OK;
-  }
-
   static void beginAnswerBody(const records::AnswerLayout&, const tagANS_Proc&, OutBuffer&) {}
   static std::int64_t answerPrefixBound(const records::AnswerLayout&) { return 0; }
   static u8 answerFlags(const records::AnswerLayout&) { return 1; }
@@ -109,80 +86,29 @@ struct Codec2008 {
     return recordsBound(layout, count, stride);
   }
 
-  // Counts and sender sizes: from the section table when there is one, else from the header.
-  // Optional sections are laid out only when the message's table sends more than one section.
-  static SectionPlan planAnswer(const records::AnswerLayout& layout, const InView& in) {
-    SectionPlan plan;
-    plan.pos = in.u32(0);
-    std::int64_t pairs = 0;
-    if (in.at(8) & 2) {
-      const std::int32_t table = in.i32(plan.pos);
-      pairs = std::min<std::int64_t>((std::int64_t(table) - 4) / 8, 5);
-      for (std::int64_t k = 0; k < pairs; ++k) {
-        plan.counts[k] = in.i32(plan.pos + 4 + 8 * k);
-        plan.senderSizes[k] = in.i32(plan.pos + 8 + 8 * k);
+  // The records the frame walker finds: packed ones decoded into their slots, plain ones
+  // copied. Reading stops where the message ends; the records after stay zero, unvisited.
+  static Status restoreRecords(const Frame& f, const InView& in, u8* first, RecordArea& area,
+                               const Params& params, const RestoreOptions& options) {
+    struct Restore : RecordsOnly {
+      const Frame& f;
+      const InView& in;
+      u8* first;
+      RecordWriter writer;
+      char flag;
+      const RestoreOptions& options;
+      Status record(const Place& p) {
+        options.step();
+        const records::Layout& l = *f.layouts[p.section];
+        u8* slot = first + p.target;
+        if (p.unit == Unit::Raw)
+          copyRawRecord(in, p, slot, l.size, writer.area);
+        else if (!l.opaque)
+          writer.decode(l, in, p.prefix, slot, flag);
+        return TRDCOMP_OK;
       }
-      plan.pos += table;
-    } else {
-      plan.counts[0] = in.i32(88);
-      plan.senderSizes[0] = in.i32(92);
-    }
-    plan.sections = layout.optionalSections() && pairs < 2 ? 1 : layout.sectionCount;
-    plan.multi = plan.sections > 1;
-    plan.slack = plan.multi ? kSectionTableSlack : kAnswerSlack;
-    return plan;
-  }
-
-  // Records are read only while the position lies inside the message; the rest stay zero and
-  // are never visited. Raw records of no size (or a negative one) carry nothing.
-  // How many records the input reaches: the framing's walk without the decoding. A length that
-  // jumps past the end, or raw records of no size, end it as they end the restore.
-  static std::int64_t recordsPresent(const records::AnswerLayout&, const SectionPlan& plan,
-                                     const InView& in) {
-    std::int64_t pos = plan.pos, present = 0;
-    const bool packed = in.at(8) & 1;
-    for (int s = 0; s < plan.sections; ++s) {
-      const std::int32_t count = plan.counts[s], senderSize = plan.senderSizes[s];
-      if (packed) {
-        for (std::int32_t i = 0; i < count && in.has(pos); ++i, ++present)
-          pos += 4 + static_cast<std::int64_t>(in.u32(pos));
-      } else if (senderSize < 0) {
-        break;
-      } else if (senderSize > 0 && in.has(pos) && count > 0) {
-        const std::int64_t reached =
-            std::min<std::int64_t>(count, (in.size() - pos + senderSize - 1) / senderSize);
-        present += reached;
-        pos += reached * senderSize;
-      }
-    }
-    return present;
-  }
-
-  static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
-                                const InView& in, u8* record, RecordArea& area,
-                                const Params& params, const RestoreOptions& options) {
-    RecordWriter writer{area};
-    std::int64_t pos = plan.pos;
-    const bool packed = in.at(8) & 1;
-    for (int s = 0; s < plan.sections; ++s) {
-      const records::Layout& l = *layout.sections[s];
-      const std::int32_t count = plan.counts[s], senderSize = plan.senderSizes[s];
-      if (packed) {
-        restorePacked(l, in, pos, record, count, writer, params.flag, options);
-      } else if (senderSize < 0) {
-        pos = in.size();  // read backwards: nothing more
-      } else if (senderSize > 0) {
-        const std::int64_t rawCopy = std::min<std::int64_t>(senderSize, l.size);
-        for (std::int32_t i = 0; i < count && in.has(pos); ++i) {
-          options.step();
-          area.prepare(record + i * std::int64_t(l.size), l.size);
-          in.copyAvailable(record + i * std::int64_t(l.size), pos, rawCopy);
-          pos += senderSize;
-        }
-      }
-      record += std::int64_t(count) * l.size;
-    }
-    return TRDCOMP_OK;
+    } v{{}, f, in, first, RecordWriter{area}, params.flag, options};
+    return f.answer ? walkSections(f, in, v) : walkRequest(f, in, v);
   }
 };
 

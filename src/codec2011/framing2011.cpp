@@ -179,85 +179,96 @@ bool packDictionary(const Layout& layout, const InView& records, std::int32_t co
   return true;
 }
 
-// Decodes `count` blocks into records of the layout's size from `first` on, each chained to the
-// one before; reading stops where the message ends (the records after stay zero, unvisited).
-void decodeRecords(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                   std::int64_t count, RecordArea& area, const RestoreOptions& options) {
-  const u8* end = area.end();
-  const std::int64_t size = layout.size;
-  InView previous;
-  // A record after the first starts as a copy of the previous one: nothing to clear first. Into
-  // fresh zero pages, only what the input gives is written.
-  const bool overwrites = records::overwrites2011(layout, size) && !area.fresh();
-  for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
-    options.step();
-    u8* record = first + i * size;
-    const records::Slot slot =
-        i > 0 && overwrites && end - record >= size ? records::Slot::Any : records::Slot::Zero;
-    if (slot == records::Slot::Any)
-      area.claim(record, size);
-    else
-      area.prepare(record, size);
-    const std::uint16_t length = in.u16(pos);
-    records::decode2011(layout, Part::Whole, in.from(pos + 2), length, record, end - record,
-                        Previous{i ? &previous : nullptr}, slot);
-    previous = InView(record, size);
-    pos += 2 + length;
-  }
-}
+// The blocks the frame walker finds, decoded into their slots, each chained to the one before in
+// its section. A record after the first starts as a copy of the previous one: nothing to clear
+// first. Into fresh zero pages, only what the input gives is written. A dictionary section's
+// table holds only the entries whose blocks the input can hold; an index past them but below
+// the entry count names an entry that restored as zeros, as it would have in a full table.
+class Restore : public RecordsOnly {
+ public:
+  Restore(const Frame& f, const InView& in, u8* first, RecordArea& area,
+          const RestoreOptions& options)
+      : f_(f), in_(in), first_(first), area_(area), options_(options) {}
 
-// Decodes a dictionary section: D entries, the section's count (which must equal `count`),
-// then the reduced records, each completed from its entry. The table holds only the entries
-// whose blocks the input can hold (two bytes each at least); an index past them but below D
-// names an entry that restored as zeros, as it would have in a full table.
-Status decodeDictionary(const Layout& layout, const InView& in, std::int64_t& pos, u8* first,
-                        std::int64_t count, RecordArea& area, const RestoreOptions& options) {
-  const u8* end = area.end();
-  const std::int64_t size = layout.size;
-  const std::uint16_t entries = in.u16(pos);
-  pos += 2;
-  const std::int64_t held =
-      std::min<std::int64_t>(entries, std::max<std::int64_t>(0, (in.size() - pos) / 2));
-  Scratch<u8> table(held * size);
-  if (held > 0 && !table) return TRDCOMP_ERROR_ALLOCATION;
-  InView previous;
-  for (std::int64_t k = 0; k < held && in.has(pos); ++k) {
-    options.step();
-    u8* entry = table.get() + k * size;
-    const std::uint16_t length = in.u16(pos);
-    records::decode2011(layout, Part::Group, in.from(pos + 2), length, entry, size,
-                        Previous{k ? &previous : nullptr});
-    previous = InView(entry, size);
-    pos += 2 + length;
+  Status dictionary(int, std::int64_t entries, std::int64_t held) {
+    entries_ = entries;
+    held_ = held;
+    table_ = Scratch<u8>(held * layoutSize());
+    return held > 0 && !table_ ? TRDCOMP_ERROR_ALLOCATION : TRDCOMP_OK;
   }
-  if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;
-  pos += 2;
-  const GroupFields group(layout);
-  Previous before;
-  for (std::int64_t i = 0; i < count && in.has(pos); ++i) {
-    options.step();
-    u8* record = first + i * size;
-    area.prepare(record, size);
-    const std::uint16_t length = in.u16(pos);
-    const std::uint16_t index = records::decode2011(layout, Part::Reduced, in.from(pos + 2), length,
-                                                    record, end - record, before);
-    if (index >= entries) return TRDCOMP_ERROR_DICTIONARY_INDEX;
-    if (index < held) {
-      const u8* entry = table.get() + index * size;
-      if (group.listed)
-        for (int k = 0; k < group.spanCount; ++k)
-          std::memcpy(record + group.spans[k].offset, entry + group.spans[k].offset,
-                      group.spans[k].width);
-      else
-        for (const records::Field& f : layout)
-          if (f.dictionary) std::memcpy(record + f.offset, entry + f.offset, f.width);
+
+  Status record(const Place& p) {
+    options_.step();
+    const Layout& layout = *f_.layouts[p.section];
+    const std::int64_t size = layout.size;
+    const u8* end = area_.end();
+    const InView block = in_.from(p.from);
+    if (p.unit == Unit::Entry) {
+      u8* entry = table_.get() + p.index * size;
+      records::decode2011(layout, Part::Group, block, p.length, entry, size,
+                          Previous{p.index ? &previous_ : nullptr});
+      previous_ = InView(entry, size);
+      return TRDCOMP_OK;
     }
-    previous = InView(record, size);
-    before = Previous{&previous, index};
-    pos += 2 + length;
+    u8* record = first_ + p.target;
+    if (p.unit == Unit::Raw) {
+      copyRawRecord(in_, p, record, size, area_);
+      return TRDCOMP_OK;
+    }
+    if (p.unit == Unit::Reduced) {
+      area_.prepare(record, size);
+      const std::uint16_t index =
+          records::decode2011(layout, Part::Reduced, block, p.length, record, end - record,
+                              p.index ? before_ : Previous{});
+      if (index >= entries_) return TRDCOMP_ERROR_DICTIONARY_INDEX;
+      if (index < held_) fromEntry(layout, table_.get() + index * size, record);
+      previous_ = InView(record, size);
+      before_ = Previous{&previous_, index};
+      return TRDCOMP_OK;
+    }
+    if (p.index == 0) overwrites_ = records::overwrites2011(layout, size) && !area_.fresh();
+    const records::Slot slot = p.index > 0 && overwrites_ && end - record >= size
+                                   ? records::Slot::Any
+                                   : records::Slot::Zero;
+    if (slot == records::Slot::Any)
+      area_.claim(record, size);
+    else
+      area_.prepare(record, size);
+    records::decode2011(layout, Part::Whole, block, p.length, record, end - record,
+                        Previous{p.index ? &previous_ : nullptr}, slot);
+    previous_ = InView(record, size);
+    return TRDCOMP_OK;
   }
-  return TRDCOMP_OK;
-}
+
+ private:
+  std::int64_t layoutSize() const {
+    for (int s = 0; s < f_.sections; ++s)
+      if (f_.layouts[s]->dictionary) return f_.layouts[s]->size;
+    return 0;
+  }
+  // A reduced record takes its group fields from its entry.
+  static void fromEntry(const Layout& layout, const u8* entry, u8* record) {
+    const GroupFields group(layout);
+    if (group.listed)
+      for (int k = 0; k < group.spanCount; ++k)
+        std::memcpy(record + group.spans[k].offset, entry + group.spans[k].offset,
+                    group.spans[k].width);
+    else
+      for (const records::Field& f : layout)
+        if (f.dictionary) std::memcpy(record + f.offset, entry + f.offset, f.width);
+  }
+
+  const Frame& f_;
+  const InView& in_;
+  u8* first_;
+  RecordArea& area_;
+  const RestoreOptions& options_;
+  InView previous_;
+  Previous before_;
+  bool overwrites_ = false;
+  Scratch<u8> table_;
+  std::int64_t entries_ = 0, held_ = 0;
+};
 
 struct Codec2011 {
   static bool sendsRecords(const Params& params) { return params.nibble >= 1; }
@@ -279,15 +290,6 @@ struct Codec2011 {
   }
   static std::int64_t recordsBound(const Layout& layout, std::int64_t count, std::int64_t) {
     return sizeTimes(count, 2 + records::maxBlock2011(layout, Part::Whole));
-  }
-
-  static Status restoreRequestRecords(const Layout& layout, const InView& in, std::int64_t pos,
-                                      u8* first, std::int64_t count, RecordArea& area,
-                                      const Params&, const RestoreOptions& options) {
-    if (in.u16(pos) != count) return TRDCOMP_ERROR_COUNT_MISMATCH;  // the buffer stays in *out
-    pos += 2;
-    decodeRecords(layout, in, pos, first, count, area, options);
-    return TRDCOMP_OK;
   }
 
   // A dictionary in section 0 starts the body itself; otherwise every section's 16-bit count
@@ -324,60 +326,11 @@ struct Codec2011 {
                                     records::maxBlock2011(l, Part::Reduced));
   }
 
-  // Counts: the 16-bit counts ahead of a multi-section body, else the header's count.
-  static SectionPlan planAnswer(const records::AnswerLayout& layout, const InView& in) {
-    SectionPlan plan;
-    plan.pos = in.u32(0);
-    plan.sections = layout.sectionCount;
-    plan.multi = layout.multiSection();
-    plan.slack = kAnswerSlack;
-    plan.counts[0] = in.i32(88);
-    if (plan.multi) {
-      for (int s = 0; s < plan.sections; ++s) plan.counts[s] = in.u16(plan.pos + 2 * s);
-      plan.pos += 2 * plan.sections;
-    }
-    return plan;
-  }
-
-  // How many blocks the input reaches: the framing's walk without the decoding (a dictionary's
-  // entries count too). A block length that jumps past the end ends it as it ends the restore.
-  static std::int64_t recordsPresent(const records::AnswerLayout& layout, const SectionPlan& plan,
-                                     const InView& in) {
-    std::int64_t pos = plan.pos, present = 0;
-    const auto blocks = [&](std::int64_t count) {
-      for (std::int64_t i = 0; i < count && in.has(pos); ++i, ++present) pos += 2 + in.u16(pos);
-    };
-    for (int s = 0; s < plan.sections; ++s) {
-      if (layout.sections[s]->dictionary) {
-        const std::uint16_t entries = in.u16(pos);
-        pos += 2;
-        blocks(entries);
-      }
-      if (!plan.multi || layout.sections[s]->dictionary) pos += 2;  // the section's count
-      blocks(plan.counts[s]);
-    }
-    return present;
-  }
-
-  static Status restoreSections(const records::AnswerLayout& layout, const SectionPlan& plan,
-                                const InView& in, u8* record, RecordArea& area,
-                                const Params& params, const RestoreOptions& options) {
+  static Status restoreRecords(const Frame& f, const InView& in, u8* first, RecordArea& area,
+                               const Params& params, const RestoreOptions& options) {
     if (!sendsRecords(params)) return TRDCOMP_OK;
-    std::int64_t pos = plan.pos;
-    for (int s = 0; s < plan.sections; ++s) {
-      const Layout& l = *layout.sections[s];
-      const std::int64_t count = plan.counts[s];
-      if (l.dictionary) {
-        if (Status st = decodeDictionary(l, in, pos, record, count, area, options)) return st;
-      } else if (!plan.multi && in.u16(pos) != count) {
-        return TRDCOMP_ERROR_COUNT_MISMATCH;
-      } else {
-        pos += plan.multi ? 0 : 2;
-        decodeRecords(l, in, pos, record, count, area, options);
-      }
-      record += count * l.size;
-    }
-    return TRDCOMP_OK;
+    Restore v(f, in, first, area, options);
+    return f.answer ? walkSections(f, in, v) : walkRequest(f, in, v);
   }
 };
 

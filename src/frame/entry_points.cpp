@@ -9,7 +9,9 @@
 #include "frame/messages.h"
 #include "framing/codecs.h"
 #include "framing/message_framing.h"
+#include "framing/walker.h"
 #include "primitives/bytes.h"
+#include "primitives/header.h"
 #include "primitives/out_buffer.h"
 #include "primitives/raw.h"
 #include "primitives/status.h"
@@ -34,8 +36,8 @@ namespace {
 
 constexpr int kPassThroughSlack = 10;
 
-int nibbleOf(u8 flags) {
-  return (flags >> 4) & 15;
+int nibbleOf(const InView& in) {
+  return trdcomp::header::View(in).flags().nibble();
 }
 
 RequestForm requestForm(const Entry* e) {
@@ -50,7 +52,7 @@ AnswerForm answerForm(const Entry* e) {
 // ---- Requests -----------------------------------------------------------------------------
 
 std::int64_t requestBound(const tagREQ_HEAD& head, int bodyLen) {
-  const int nibble = nibbleOf(static_cast<u8>(head.flags));
+  const int nibble = trdcomp::header::Flags{static_cast<u8>(head.flags)}.nibble();
   const CodecOps& codec = codecOf(nibble);
   const Entry* e = trdcomp::frame::find(head.funcNo);
   std::int64_t body = 0;
@@ -76,13 +78,15 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
 
   u8* o = reinterpret_cast<u8*>(out);
   std::memcpy(o, &head, kRequestHeader);
-  trdcomp::storeU32(o, kRequestHeader);
+  trdcomp::header::setLength(o, kRequestHeader);
   OutBuffer buffer(o, kRequestHeader, capacity);
-  const int nibble = nibbleOf(o[8]);
+  const int nibble = nibbleOf(InView(o, kRequestHeader));
   const Entry* e = trdcomp::frame::find(head.funcNo);
   Status s = TRDCOMP_OK;
   switch (requestForm(e)) {
-    case RequestForm::HeaderOnly: trdcomp::storeU32(o + 68, 0); break;
+    case RequestForm::HeaderOnly:
+      trdcomp::header::setCountAndSize<trdcomp::header::Request>(o, 0, head.recSize);
+      break;
     case RequestForm::NoBody: break;
     case RequestForm::Routine: {
       const CodecOps& codec = codecOf(nibble);
@@ -101,8 +105,9 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
 
 Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
                       const RestoreOptions& options, bool& passedThrough) {
-  const int nibble = nibbleOf(in.at(8));
-  const Entry* e = trdcomp::frame::find(in.u32(4));
+  const trdcomp::header::View h(in);
+  const int nibble = h.flags().nibble();
+  const Entry* e = trdcomp::frame::find(h.function());
   passedThrough = false;
   switch (requestForm(e)) {
     case RequestForm::HeaderOnly:
@@ -115,7 +120,7 @@ Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
     case RequestForm::PassThrough: break;
   }
   // A packed body cannot pass through.
-  if (in.at(8) & 1) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  if (h.flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
   if (in.size() > options.maxLength) return TRDCOMP_ERROR_LIMIT;
   passedThrough = true;
   outLen = static_cast<int>(in.size());
@@ -129,7 +134,8 @@ Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
 Status checkRequestArguments(const char* in, int inLen, char** out) {
   if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
   if (inLen < 1) return TRDCOMP_ERROR_NEGATIVE_SIZE;
-  return InView(in, inLen).i32(0) > inLen ? TRDCOMP_ERROR_HEADER_LENGTH : TRDCOMP_OK;
+  return trdcomp::header::View(InView(in, inLen)).length() > inLen ? TRDCOMP_ERROR_HEADER_LENGTH
+                                                                   : TRDCOMP_OK;
 }
 
 // ---- Answers ------------------------------------------------------------------------------
@@ -144,7 +150,7 @@ std::int64_t tableSize(std::int32_t sections) {
 }  // namespace
 
 std::int64_t answerBound(const tagANS_Proc& proc, int codecSel) {
-  const int nibble = (codecSel & 0xFF) >> 4;
+  const int nibble = trdcomp::header::Flags{static_cast<u8>(codecSel)}.nibble();
   const CodecOps& codec = codecOf(nibble);
   const std::int64_t table = tableSize(proc.sectionCount);
   const std::int64_t tableAhead = codec.sectionTableAhead ? table : 0;
@@ -205,21 +211,22 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
   if (bound > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
   if (capacity < 0) capacity = bound;
   if (capacity < kAnswerHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
-  const int nibble = (codecSel & 0xFF) >> 4;
+  const int nibble = trdcomp::header::Flags{static_cast<u8>(codecSel)}.nibble();
   const CodecOps& codec = codecOf(nibble);
   const std::int64_t table = tableSize(proc.sectionCount);
   const std::int64_t tableHere = codec.sectionTableAhead ? table : 0;
   if (tableHere > capacity - kAnswerHeader) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
 
+  namespace header = trdcomp::header;
   u8* o = reinterpret_cast<u8*>(out);
-  trdcomp::storeU32(o + 4, proc.funcNo);
-  std::strncpy(out + 20, proc.shortText, 4);
-  std::strncpy(out + 24, proc.text, 64);
-  trdcomp::storeU32(o, kAnswerHeader);
-  if (proc.sectionCount > 1) o[8] |= 2;
-  if (nibble >= 1) o[8] |= 0x10;
-  trdcomp::storeI32(o + 88, proc.recCount[0]);
-  trdcomp::storeI32(o + 92, proc.recSize[0]);
+  header::setFunction(o, proc.funcNo);
+  std::strncpy(out + header::Answer::kShortText, proc.shortText,
+               sizeof(trdcomp_answer_header::short_text));
+  std::strncpy(out + header::Answer::kText, proc.text, sizeof(trdcomp_answer_header::text));
+  header::setLength(o, kAnswerHeader);
+  if (proc.sectionCount > 1) header::flagsByte(o) |= header::Flags::kSectionTable;
+  if (nibble >= 1) header::flagsByte(o) |= header::Flags::nibbleBits(1);
+  header::setCountAndSize<header::Answer>(o, proc.recCount[0], proc.recSize[0]);
   if (tableHere > 0) writeSectionTable(o, proc, tableHere);
 
   OutBuffer buffer(o, kAnswerHeader + tableHere, capacity);
@@ -243,31 +250,19 @@ namespace {
 // header length normalised. Sizes come from the message and are checked against the limits of
 // a restored length; bytes the message does not hold arrive as zeros.
 Status restoreRawAnswer(const InView& in, char** out, int& outLen, const RestoreOptions& options) {
-  const u8 flags = in.at(8);
-  if (flags & 1) return TRDCOMP_ERROR_PACKED_UNKNOWN;
-  const std::int32_t headLen = in.i32(0);
-  std::int64_t table = 0, body = 0;
-  if (flags & 2) {
-    table = in.i32(headLen);
-    const std::int64_t pairs = (table - 4) / 8;
-    // Every pair counts here, not only five; pairs past the input read as zero.
-    for (std::int64_t k = 0; k < pairs && in.has(headLen + 4 + 8 * k); ++k) {
-      body += std::int64_t(in.i32(headLen + 4 + 8 * k)) * in.i32(headLen + 8 + 8 * k);
-      if (body < INT32_MIN || body > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
-    }
-  } else {
-    body = std::int64_t(in.i32(88)) * in.i32(92);
-  }
-  if (table < 0 || body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
-  const std::int64_t length = kAnswerHeader + table + body;
+  if (trdcomp::header::View(in).flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  const trdcomp::framing::RawAnswer r = trdcomp::framing::rawAnswer(in);
+  if (r.tooLarge) return TRDCOMP_ERROR_TOO_LARGE;
+  if (r.table < 0 || r.body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  const std::int64_t length = kAnswerHeader + r.table + r.body;
   if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
   if (length > options.maxLength) return TRDCOMP_ERROR_LIMIT;
   u8* o = trdcomp::allocateZeroed(length + kPassThroughSlack);
   if (!o) return TRDCOMP_ERROR_ALLOCATION;
   in.copyAvailable(o, 0, kAnswerHeader);
-  trdcomp::storeU32(o, kAnswerHeader);
-  in.copyAvailable(o + kAnswerHeader, headLen, table);
-  in.copyAvailable(o + kAnswerHeader + table, headLen + table, body);
+  trdcomp::header::setLength(o, kAnswerHeader);
+  in.copyAvailable(o + kAnswerHeader, r.headerLength, r.table);
+  in.copyAvailable(o + kAnswerHeader + r.table, r.headerLength + r.table, r.body);
   *out = reinterpret_cast<char*>(o);
   outLen = static_cast<int>(length);
   return TRDCOMP_OK;
@@ -277,8 +272,9 @@ Status restoreRawAnswer(const InView& in, char** out, int& outLen, const Restore
 
 Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
                      const RestoreOptions& options) {
-  const int nibble = nibbleOf(in.at(8));
-  const Entry* e = trdcomp::frame::find(in.u32(4));
+  const trdcomp::header::View h(in);
+  const int nibble = h.flags().nibble();
+  const Entry* e = trdcomp::frame::find(h.function());
   switch (answerForm(e)) {
     case AnswerForm::Routine: {
       const CodecOps& codec = codecOf(nibble);
@@ -293,7 +289,8 @@ Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
 
 Status checkAnswerArguments(const char* in, int inLen, char** out) {
   if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-  return inLen < InView(in, inLen).i32(0) ? TRDCOMP_ERROR_HEADER_LENGTH : TRDCOMP_OK;
+  return inLen < trdcomp::header::View(InView(in, inLen)).length() ? TRDCOMP_ERROR_HEADER_LENGTH
+                                                                   : TRDCOMP_OK;
 }
 
 }  // namespace trdcomp::frame
@@ -437,6 +434,11 @@ const char* CTrdCompData::ErrorName(int reason) {
     case TRDCOMP_ERROR_OUTPUT_TOO_SMALL: return "output too small";
     case TRDCOMP_ERROR_BODY_TOO_SHORT: return "body shorter than its records";
     case TRDCOMP_ERROR_DICTIONARY_INDEX: return "dictionary index past its entries";
+    case TRDCOMP_ERROR_ARGUMENT: return "unknown direction, codec or index";
+    case TRDCOMP_ERROR_TRUNCATED: return "the data ends inside a header or table";
+    case TRDCOMP_ERROR_HEADER: return "header or table field out of range";
+    case TRDCOMP_ERROR_UNKNOWN_FUNCTION: return "unknown function number";
+    case TRDCOMP_STATUS_COUNT: break;
   }
   return "unknown error";
 }

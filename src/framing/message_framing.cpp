@@ -20,27 +20,44 @@ u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int 
 }
 
 void finishRequestHeader(u8* o, std::uint32_t recordSize) {
-  storeU32(o, kRequestHeader);
-  storeU32(o + 72, recordSize);
+  header::setLength(o, kRequestHeader);
+  storeU32(o + header::Request::kSize, recordSize);
 }
 
-void writeRestoredTable(u8* o, const records::AnswerLayout& layout, const SectionPlan& plan) {
-  if (!plan.multi) return;
-  std::int32_t sizes[5] = {};
-  for (int s = 0; s < plan.sections; ++s)
-    sizes[s] = static_cast<std::int32_t>(layout.sections[s]->size);
-  writeSectionTable(o + kAnswerHeader, plan.tableBytes(), plan.sections, plan.counts, sizes);
+void writeRestoredTable(u8* o, const Frame& f) {
+  if (!f.multi) return;
+  std::int32_t sizes[kMostSections] = {};
+  for (int s = 0; s < f.sections; ++s) sizes[s] = static_cast<std::int32_t>(f.layouts[s]->size);
+  writeSectionTable(o + kAnswerHeader, f.tableBytesRestored(), f.sections, f.counts, sizes);
 }
 
-void finishAnswerHeader(u8* o, const records::AnswerLayout& layout, const SectionPlan& plan) {
-  storeU32(o, kAnswerHeader);
-  if (plan.multi) {
-    o[8] |= 2;
+void finishAnswerHeader(u8* o, const Frame& f) {
+  header::setLength(o, kAnswerHeader);
+  if (f.multi) {
+    header::flagsByte(o) |= header::Flags::kSectionTable;
   } else {
-    o[8] &= static_cast<u8>(~2u);
-    storeI32(o + 88, plan.counts[0]);
-    storeU32(o + 92, layout.sections[0]->size);
+    header::flagsByte(o) &= static_cast<u8>(~header::Flags::kSectionTable);
+    header::setCountAndSize<header::Answer>(o, f.counts[0],
+                                            static_cast<std::int32_t>(f.layouts[0]->size));
   }
+}
+
+namespace {
+
+struct CountRecords : RecordsOnly {
+  std::int64_t present = 0;
+  Status record(const Place&) {
+    ++present;
+    return TRDCOMP_OK;
+  }
+};
+
+}  // namespace
+
+std::int64_t recordsPresent(const Frame& f, const InView& in) {
+  CountRecords count;
+  walkSections(f, in, count);
+  return count.present;
 }
 
 }  // namespace trdcomp::framing

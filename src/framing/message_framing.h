@@ -12,12 +12,10 @@
 //   requestPrefixBound                  its size
 //   packRecords(layout, records, count, stride, out, params)
 //   recordsBound(layout, count, stride) the most bytes packRecords appends
-//   restoreRequestRecords(layout, in, pos, first, count, area, params, options)
 //   beginAnswerBody(layout, proc, out), answerPrefixBound(layout), answerFlags(layout)
 //   packSection(layout, records, count, stride, out, params), sectionBound(...)
-//   planAnswer(layout, in)              the sections a message restores into
-//   recordsPresent(layout, plan, in)    how many records the input reaches (a walk, no decoding)
-//   restoreSections(layout, plan, in, first, area, params, options)
+//   restoreRecords(frame, in, first, area, params, options)
+//                                       decodes the records the frame walker finds
 //
 // A codec is then one file: its policy and `const CodecOps kCodecN = opsOf<Policy>(index)`.
 #pragma once
@@ -26,24 +24,11 @@
 #include <cstdint>
 
 #include "framing/codecs.h"
+#include "framing/walker.h"
+#include "primitives/header.h"
 #include "primitives/raw.h"
 
 namespace trdcomp::framing {
-
-constexpr int kRequestSlack = 1024;  // behind every restored request
-constexpr int kAnswerSlack = 10;     // behind a restored answer (2008: one without a table)
-
-// The sections an answer restores into, as its message announces them.
-struct SectionPlan {
-  int sections = 1;    // sections laid out in the restored message
-  bool multi = false;  // restored with the library's section table
-  std::int64_t slack = kAnswerSlack;
-  std::int64_t pos = 0;  // where the records (or the 2011 body) start
-  std::int32_t counts[5] = {};
-  std::int32_t senderSizes[5] = {};  // 2008 raw records: the sender's record sizes
-
-  std::int64_t tableBytes() const { return multi ? 4 + 8 * std::int64_t(sections) : 0; }
-};
 
 // A section table: its size, then (count, record size) per section.
 void writeSectionTable(u8* at, std::int64_t size, int pairs, const std::int32_t* counts,
@@ -69,8 +54,19 @@ u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int 
 void finishRequestHeader(u8* o, std::uint32_t recordSize);
 
 // The restored answer header (and the library's section table when the answer has one).
-void writeRestoredTable(u8* o, const records::AnswerLayout& layout, const SectionPlan& plan);
-void finishAnswerHeader(u8* o, const records::AnswerLayout& layout, const SectionPlan& plan);
+void writeRestoredTable(u8* o, const Frame& frame);
+void finishAnswerHeader(u8* o, const Frame& frame);
+
+// How many records (and dictionary entries) the input reaches: the walk without the decoding.
+std::int64_t recordsPresent(const Frame& frame, const InView& in);
+
+// Copies a plain record into its slot of `size` bytes: min(its size, `size`) bytes and a zero
+// tail.
+inline void copyRawRecord(const InView& in, const Place& p, u8* slot, std::int64_t size,
+                          RecordArea& area) {
+  area.prepare(slot, size);
+  in.copyAvailable(slot, p.from, std::min<std::int64_t>(p.length, size));
+}
 
 template <class Codec>
 struct MessageFraming {
@@ -82,13 +78,14 @@ struct MessageFraming {
       return out.failed() ? TRDCOMP_ERROR_OUTPUT_TOO_SMALL : TRDCOMP_OK;
     if (!Codec::sendsRecords(params)) return TRDCOMP_OK;
     u8* header = out.base();
-    const std::int64_t count = Codec::requestCount(loadI32(header + 68));
-    const std::int32_t stride = loadI32(header + 72);
+    const header::RequestView h(InView(header, header::Request::kBytes));
+    const std::int64_t count = Codec::requestCount(h.count());
+    const std::int32_t stride = h.size();
     if (Status s = checkRecords(count, stride, bodyLen)) return s;
     Codec::beginRequestBody(out, count);
     Codec::packRecords(layout, InView(body, bodyLen), count, stride, out, params);
     if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
-    header[8] |= 1;
+    header::flagsByte(header) |= header::Flags::kPacked;
     return TRDCOMP_OK;
   }
 
@@ -104,17 +101,15 @@ struct MessageFraming {
   static Status restoreRequest(const records::Layout& layout, const InView& in, char** out,
                                int& outLen, const Params& params, const RestoreOptions& options) {
     if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-    const u8 flags = in.at(8);
-    if ((flags & 2) && !Codec::keepsSectionBit(layout)) return TRDCOMP_ERROR_SECTION_BIT;
-    const std::int32_t count = in.i32(68);
-    // Packed records start at the header length the sender wrote, raw ones always at 76; either
-    // way a count that the input cannot hold is refused before anything is allocated.
-    const std::int64_t pos = in.u32(0);
-    const bool packed = flags & 1;
-    if (!packed) {
-      if (Status s = checkRawRequest(in, count, in.i32(72))) return s;
+    const Frame f = requestFrame(layout, in);
+    if (header::RequestView(in).flags().sectionTable() && !Codec::keepsSectionBit(layout))
+      return TRDCOMP_ERROR_SECTION_BIT;
+    const std::int32_t count = f.counts[0];
+    // A count that the input cannot hold is refused before anything is allocated.
+    if (!f.packed) {
+      if (Status s = checkRawRequest(in, count, f.senderSizes[0])) return s;
     } else if (Codec::sendsRecords(params) && count > 0 &&
-               Codec::leastPackedBytes(count) > in.size() - pos) {
+               Codec::leastPackedBytes(count) > in.size() - f.records) {
       return TRDCOMP_ERROR_COUNT_BEYOND_INPUT;
     }
     const std::int64_t size = layout.size;
@@ -122,7 +117,7 @@ struct MessageFraming {
     if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
       return s;
     // Packed requests hold their count (checked above); raw records of no size carry nothing.
-    const bool fresh = !packed && in.i32(72) <= 0 && freshPages(count * size, 0, size);
+    const bool fresh = !f.packed && f.senderSizes[0] <= 0 && freshPages(count * size, 0, size);
     u8* o = startRestore(in, length, kRequestSlack, kRequestHeader, fresh);
     if (!o) return TRDCOMP_ERROR_ALLOCATION;
     // From here on the buffer is the caller's, also when a refusal follows.
@@ -130,11 +125,8 @@ struct MessageFraming {
     outLen = static_cast<int>(length);
     RecordArea area(o + kRequestHeader, o + length + kRequestSlack, fresh);
     Status s = TRDCOMP_OK;
-    if (!packed)
-      copyRawRecords(in, in.i32(72), o + kRequestHeader, count, size, area, options);
-    else if (Codec::sendsRecords(params))
-      s = Codec::restoreRequestRecords(layout, in, pos, o + kRequestHeader, count, area, params,
-                                       options);
+    if (!f.packed || Codec::sendsRecords(params))
+      s = Codec::restoreRecords(f, in, o + kRequestHeader, area, params, options);
     area.finish();
     if (s == TRDCOMP_OK) finishRequestHeader(o, layout.size);
     return s;
@@ -157,7 +149,7 @@ struct MessageFraming {
         return st;
     }
     if (out.failed()) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
-    out.base()[8] |= Codec::answerFlags(layout);
+    header::flagsByte(out.base()) |= Codec::answerFlags(layout);
     return TRDCOMP_OK;
   }
 
@@ -174,31 +166,32 @@ struct MessageFraming {
   static Status restoreAnswer(const records::AnswerLayout& layout, const InView& in, char** out,
                               int& outLen, const Params& params, const RestoreOptions& options) {
     if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-    const SectionPlan plan = Codec::planAnswer(layout, in);
-    std::int64_t length = kAnswerHeader + plan.tableBytes();
-    for (int s = 0; s < plan.sections; ++s) {
-      if (Status st = restoredLength(plan.counts[s], layout.sections[s]->size, length, plan.slack,
-                                     options, length)) {
+    const Frame f = answerFrame(layout, in);
+    std::int64_t length = kAnswerHeader + f.tableBytesRestored();
+    for (int s = 0; s < f.sections; ++s) {
+      if (Status st =
+              restoredLength(f.counts[s], f.layouts[s]->size, length, f.slack, options, length)) {
         outLen = 0;
         return st;
       }
     }
     std::int64_t largest = 0;
-    for (int s = 0; s < plan.sections; ++s)
-      largest = std::max<std::int64_t>(largest, layout.sections[s]->size);
-    const std::int64_t present = Codec::recordsPresent(layout, plan, in);
-    const bool fresh = freshPages(length - kAnswerHeader - plan.tableBytes(), present, largest);
-    u8* o = startRestore(in, length, plan.slack, kAnswerHeader, fresh);
+    for (int s = 0; s < f.sections; ++s)
+      largest = std::max<std::int64_t>(largest, f.layouts[s]->size);
+    const std::int64_t present = recordsPresent(f, in);
+    const bool fresh =
+        freshPages(length - kAnswerHeader - f.tableBytesRestored(), present, largest);
+    u8* o = startRestore(in, length, f.slack, kAnswerHeader, fresh);
     *out = reinterpret_cast<char*>(o);
     outLen = o ? static_cast<int>(length) : 0;
     if (!o) return TRDCOMP_ERROR_ALLOCATION;
-    writeRestoredTable(o, layout, plan);
-    u8* const first = o + kAnswerHeader + plan.tableBytes();
-    RecordArea area(first, o + length + plan.slack, fresh);
+    writeRestoredTable(o, f);
+    u8* const first = o + kAnswerHeader + f.tableBytesRestored();
+    RecordArea area(first, o + length + f.slack, fresh);
     // A refusal leaves the buffer in *out, for the caller to release.
-    const Status st = Codec::restoreSections(layout, plan, in, first, area, params, options);
+    const Status st = Codec::restoreRecords(f, in, first, area, params, options);
     area.finish();
-    if (st == TRDCOMP_OK) finishAnswerHeader(o, layout, plan);
+    if (st == TRDCOMP_OK) finishAnswerHeader(o, f);
     return st;
   }
 };

@@ -85,22 +85,6 @@ class RecordArea {
   bool zeroed_;
 };
 
-// Copies `count` raw request records, laid every `senderSize` bytes from offset 76 of the
-// message, into records of `size` bytes from `first` on; each keeps min(senderSize, size) bytes
-// and a zero tail. Records of no size carry nothing: the loop ends at once.
-inline void copyRawRecords(const InView& in, std::int32_t senderSize, u8* first, std::int64_t count,
-                           std::int64_t size, RecordArea& area, const RestoreOptions& options) {
-  if (senderSize <= 0) return;
-  const std::int64_t copy = std::min<std::int64_t>(senderSize, size);
-  for (std::int64_t i = 0; i < count; ++i) {
-    const std::int64_t from = kRequestHeader + i * senderSize;
-    if (from >= in.size()) break;  // the rest stay zero
-    options.step();
-    area.prepare(first + i * size, size);
-    in.copyAvailable(first + i * size, from, copy);
-  }
-}
-
 // The restored length of a message: a fixed part plus count records of a given size, refused
 // when the count is negative, when it (with its slack) leaves the 32-bit lengths of the
 // interface, or when it passes the caller's limit.

@@ -54,7 +54,7 @@ Shape describe(std::uint32_t number, int direction, int codec) {
   trdcomp_message_info info;
   const int status =
       trdcomp_describe(number, direction, codec ? TRDCOMP_CODEC_2011 : TRDCOMP_CODEC_2008, &info);
-  if (status == TRDCOMP_E_UNKNOWN) throw Error("unknown function number " + str(number), 4);
+  if (status == TRDCOMP_ERROR_UNKNOWN_FUNCTION) throw Error("unknown function number " + str(number), 4);
   if (status) throw Error("no description of function number " + str(number));
   Shape shape;
   shape.number = number;
