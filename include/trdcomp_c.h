@@ -7,10 +7,13 @@
  * number and its flags byte (bit 0 records packed, bit 1 section table, bits 4-7 codec nibble:
  * 0 the 2008 codec, 1 to 15 the 2011 Fast codec).
  *
- * Unlike the C++ entry points, these functions check their input before they hand it to the
- * codecs and say what is wrong and where: every failure fills a trdcomp_error with a code, the
- * byte offset of the fault and a one-line message. Buffers they return are released with
- * trdcomp_release. They hold no state and may run on any number of threads at once. */
+ * A restore here takes exactly what the C++ restore entry points take and gives the same bytes:
+ * what is odd about a message but restores all the same (records past its end, a header length
+ * other than 76 or 96, a 2011 count that differs from the header's) comes back as a warning with
+ * its byte offset, never as a refusal. Every failure fills a trdcomp_error with a code, the byte
+ * offset of the fault when there is one, and a one-line message. Buffers these functions return
+ * are released with trdcomp_release. They hold no state and may run on any number of threads at
+ * once. */
 #ifndef TRDCOMP_TRDCOMP_C_H
 #define TRDCOMP_TRDCOMP_C_H
 
@@ -192,17 +195,147 @@ TRDCOMP_API int trdcomp_direction(const void* message, size_t length);
 TRDCOMP_API int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int flag,
                              void** out, size_t* out_len, trdcomp_error* err);
 
-/* Restores the packed message `packed` (`length` bytes) into a raw message. The codec comes from
- * the header; `flag` is the 2008 codec flag the sender used. `max_len` limits the restored
- * length (0: 256 MiB). The result is the raw message: header, section table of multi-section
- * answers, records of the library's layout sizes, with flags bit 0 cleared because its body
- * holds plain records. A 1017 message (no body) restores to its header as it came; a
- * pass-through message restores unchanged.
+/* Restores the message `packed` (`length` bytes, packed or raw) into a raw message, as
+ * RestoreReq2008Ex / RestoreAns2008Ex do: the same refusals (their reason is the code) and the
+ * same bytes, except that flags bit 0 is cleared because the body now holds plain records. The
+ * codec comes from the header; `flag` is the 2008 codec flag the sender used. `max_len` limits
+ * the restored length (0: 256 MiB). `direction` may be TRDCOMP_DETECT (by the header length).
+ * A 1017 message (no body) restores to its header as it came.
  * On success returns 0 and stores in `*out` a buffer of `*out_len` bytes that the caller frees
  * with trdcomp_release. On failure returns a status code, fills `err` when it is not null and
  * leaves `*out` null. */
 TRDCOMP_API int trdcomp_restore(const void* packed, size_t length, int direction, int flag,
                                 size_t max_len, void** out, size_t* out_len, trdcomp_error* err);
+
+/* What is odd about a message that restores all the same. */
+#define TRDCOMP_WARN_HEADER_LENGTH                          \
+  1 /* a header length other than 76 (96): records are read \
+       from where the format reads them */
+#define TRDCOMP_WARN_RECORDS_MISSING                                                              \
+  2                                    /* the message ends before records it counts: they restore \
+                                          as zeros and the count is kept */
+#define TRDCOMP_WARN_RECORD_CUT 3      /* a record's bytes run past the end of the message */
+#define TRDCOMP_WARN_COUNT_DISAGREES 4 /* a 2011 section count differs from the header's */
+
+typedef struct trdcomp_warning {
+  int code;          /* TRDCOMP_WARN_* */
+  int64_t offset;    /* where in the input */
+  char message[200]; /* one line, zero-terminated, without the offset */
+} trdcomp_warning;
+
+/* trdcomp_restore, telling what is odd: up to `capacity` warnings go to `warnings` (which may be
+ * null when `capacity` is 0), and `*warning_count` (when not null) receives how many there
+ * were, also when that is more than `capacity` or the restore fails. */
+TRDCOMP_API int trdcomp_restore_ex(const void* packed, size_t length, int direction, int flag,
+                                   size_t max_len, void** out, size_t* out_len,
+                                   trdcomp_warning* warnings, size_t capacity,
+                                   size_t* warning_count, trdcomp_error* err);
+
+/* A message's frame, as the library walks it. */
+typedef struct trdcomp_section_frame {
+  int32_t count;           /* records the message counts */
+  int32_t sender_size;     /* plain records: the record size the message states; packed: 0 */
+  uint32_t record_size;    /* bytes of one record of the restored message */
+  int dictionary;          /* 2011: a dictionary section */
+  int64_t count_offset;    /* where the count lies in the input */
+  int64_t first_offset;    /* where the first record (its length, when packed) starts; -1 */
+  int64_t present;         /* records whose bytes start inside the input */
+  int64_t restored_offset; /* where the section's first record lies in the restored message */
+} trdcomp_section_frame;
+
+typedef struct trdcomp_frame {
+  int direction; /* TRDCOMP_REQUEST or TRDCOMP_ANSWER */
+  int codec;     /* TRDCOMP_CODEC_2008 or TRDCOMP_CODEC_2011 */
+  int form;      /* TRDCOMP_FORM_* */
+  int packed;    /* records travel packed */
+  uint32_t function;
+  uint8_t flags;
+  int32_t header_length; /* as the header says */
+  int64_t table_offset;  /* the section table in the input, -1 when there is none */
+  int64_t table_length;
+  int64_t records_offset; /* where the records (2011: the counts ahead of them) start */
+  int section_count;      /* sections of the restored message; 0 for the forms without records */
+  trdcomp_section_frame sections[TRDCOMP_MAX_SECTIONS];
+  int64_t end;             /* where the bytes the message is read from end: the rest is not read */
+  int64_t restored_length; /* bytes of the restored message */
+} trdcomp_frame;
+
+/* Walks the message `message` (`length` bytes, packed or raw) as a restore does, without
+ * decoding a record: fills `frame` and the warnings as trdcomp_restore_ex does. Returns 0, or
+ * the code the restore would refuse the message with (a refusal found by the walk: the frame
+ * is filled as far as it was read). */
+TRDCOMP_API int trdcomp_frame_of(const void* message, size_t length, int direction, int flag,
+                                 trdcomp_frame* frame, trdcomp_warning* warnings, size_t capacity,
+                                 size_t* warning_count, trdcomp_error* err);
+
+/* What a stretch of the input holds (trdcomp_item.what). */
+#define TRDCOMP_ITEM_HEADER 0      /* a header field: `field` is a TRDCOMP_HEADER_* */
+#define TRDCOMP_ITEM_HEADER_GAP 1  /* between the fixed header and the header length: skipped */
+#define TRDCOMP_ITEM_TABLE_SIZE 2  /* the section table's size */
+#define TRDCOMP_ITEM_TABLE_COUNT 3 /* a section's record count in the table */
+#define TRDCOMP_ITEM_TABLE_RECORD_SIZE 4 /* a section's record size in the table */
+#define TRDCOMP_ITEM_TABLE_UNREAD 5      /* table pairs past the five a message carries */
+#define TRDCOMP_ITEM_SECTION_COUNT 6     /* 2011: a section's 16-bit record count */
+#define TRDCOMP_ITEM_DICTIONARY_SIZE 7   /* 2011: the 16-bit number of dictionary entries */
+#define TRDCOMP_ITEM_RECORD_LENGTH 8     /* 2008: a record's u32 length */
+#define TRDCOMP_ITEM_BLOCK_LENGTH 9      /* 2011: a block's u16 length */
+#define TRDCOMP_ITEM_PRESENCE_MAP 10     /* 2011: one byte of a block's presence map */
+#define TRDCOMP_ITEM_DICTIONARY_INDEX 11 /* 2011: a reduced record's dictionary index */
+#define TRDCOMP_ITEM_FIELD 12            /* a field of a record */
+#define TRDCOMP_ITEM_UNREAD 13           /* bytes inside the message that no field reads */
+#define TRDCOMP_ITEM_TRAILING 14         /* bytes after the last record: not read */
+#define TRDCOMP_ITEM_BODY 15             /* the body of a message without layout, as it travels */
+
+/* Header fields (trdcomp_item.field of TRDCOMP_ITEM_HEADER). */
+#define TRDCOMP_HEADER_LENGTH 0
+#define TRDCOMP_HEADER_FUNCTION 1
+#define TRDCOMP_HEADER_FLAGS 2
+#define TRDCOMP_HEADER_CALLER 3
+#define TRDCOMP_HEADER_SHORT_TEXT 4
+#define TRDCOMP_HEADER_TEXT 5
+#define TRDCOMP_HEADER_COUNT 6
+#define TRDCOMP_HEADER_SIZE 7
+
+/* Whose record a field or block is (trdcomp_item.unit). */
+#define TRDCOMP_UNIT_RECORD 0 /* a record of its section */
+#define TRDCOMP_UNIT_ENTRY 1  /* 2011: a dictionary entry */
+
+typedef struct trdcomp_item {
+  int64_t offset; /* in the input */
+  int64_t length; /* bytes of the input: the items cover every byte once, in order */
+  int what;       /* TRDCOMP_ITEM_* */
+  int field;      /* TRDCOMP_ITEM_FIELD: the trdcomp_field index; TRDCOMP_ITEM_HEADER: which */
+  int section;    /* -1 when none */
+  int unit;       /* TRDCOMP_UNIT_* */
+  int64_t record; /* index of the record (or entry) in its section, -1 when none */
+  int32_t entry;  /* entry of a counted group for its members, else -1 */
+  uint32_t width; /* TRDCOMP_ITEM_FIELD: bytes of the decoded value */
+  int64_t value_offset;    /* TRDCOMP_ITEM_FIELD: the decoded value's bytes in `values` */
+  int64_t restored_offset; /* where it lands in the restored message, -1 for none */
+  int64_t value;           /* counts, lengths, sizes, indexes; a map byte as it is */
+  int64_t overrun;         /* bytes it reads past its record or the input (cut from `length`) */
+  int first_place;         /* TRDCOMP_ITEM_PRESENCE_MAP: the place of bit 0x40 */
+  int place_field[7];      /* the field each bit stands for: -2 the dictionary index, -1 none */
+  int32_t place_entry[7];  /* its group entry, else -1 */
+} trdcomp_item;
+
+typedef struct trdcomp_explanation {
+  trdcomp_frame frame;
+  size_t item_count;
+  const trdcomp_item* items;
+  size_t values_length;
+  const unsigned char* values; /* the restored message, then each dictionary entry decoded */
+} trdcomp_explanation;
+
+/* Annotates every byte of the message `message` (`length` bytes, packed or raw): the items in
+ * input order, each a stretch that one thing of the format holds. A message the restore would
+ * refuse is refused here too. On success returns 0 and stores in `*out` one buffer (free it with
+ * trdcomp_release); on failure returns a status code, fills `err` and leaves `*out` null. */
+TRDCOMP_API int trdcomp_explain(const void* message, size_t length, int direction, int flag,
+                                size_t max_len, trdcomp_explanation** out, trdcomp_error* err);
+
+/* A short constant text for a status code ("unknown error" for other values). */
+TRDCOMP_API const char* trdcomp_status_name(int code);
 
 /* Frees a buffer returned by trdcomp_pack or trdcomp_restore; null is ignored. */
 TRDCOMP_API void trdcomp_release(void* data);
