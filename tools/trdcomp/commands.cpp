@@ -9,6 +9,7 @@
 #include <memory>
 #include <sstream>
 
+#include "load.h"
 #include "message.h"
 
 namespace trdcomp::tool {
@@ -18,116 +19,7 @@ std::string str(std::int64_t v) {
   return std::to_string(v);
 }
 
-// ---- the C interface on byte vectors ------------------------------------------------------
-
-Bytes take(void* data, std::size_t length) {
-  std::unique_ptr<void, void (*)(void*)> owner(data, trdcomp_release);
-  const auto* p = static_cast<const unsigned char*>(data);
-  return Bytes(p, p + length);
-}
-
-Bytes packBytes(const Bytes& raw, int direction, int codec, int flag, std::int64_t base = 0) {
-  void* out = nullptr;
-  std::size_t length = 0;
-  trdcomp_error err{};
-  const int c = codec == 2008   ? TRDCOMP_CODEC_2008
-                : codec == 2011 ? TRDCOMP_CODEC_2011
-                                : TRDCOMP_CODEC_HEADER;
-  if (trdcomp_pack(raw.data(), raw.size(), direction, c, flag, &out, &length, &err))
-    throw Error(err.message, err.offset < 0 ? -1 : base + err.offset);
-  return take(out, length);
-}
-
-Bytes restoreBytes(const Bytes& packed, int direction, int flag, long long maxSize,
-                   std::int64_t base = 0) {
-  void* out = nullptr;
-  std::size_t length = 0;
-  trdcomp_error err{};
-  if (trdcomp_restore(packed.data(), packed.size(), direction, flag,
-                      static_cast<std::size_t>(std::max(0LL, maxSize)), &out, &length, &err))
-    throw Error(err.message, err.offset < 0 ? -1 : base + err.offset);
-  return take(out, length);
-}
-
-// ---- loading a message --------------------------------------------------------------------
-
-bool looksLikeJson(const Bytes& in) {
-  for (unsigned char c : in) {
-    if (c == ' ' || c == '\t' || c == '\r' || c == '\n') continue;
-    return c == '{';
-  }
-  return false;
-}
-
-Json parseJson(const Bytes& in) {
-  try {
-    return Json::parse(in.begin(), in.end());
-  } catch (const Json::parse_error& e) {
-    std::string what = e.what();
-    // nlohmann's text is "[json.exception.parse_error.101] parse error at line 1, column 5: ..."
-    const auto colon = what.find("] ");
-    throw Error("malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon + 2)),
-                static_cast<std::int64_t>(e.byte) - 1);
-  }
-}
-
-int directionOf(const Options& o, const Bytes& in) {
-  if (o.request) return TRDCOMP_REQUEST;
-  if (o.answer) return TRDCOMP_ANSWER;
-  if (in.size() < 4)
-    throw Error("truncated message: " + str(in.size()) + " bytes, too short for a header",
-                static_cast<std::int64_t>(in.size()));
-  const int d = trdcomp_direction(in.data(), in.size());
-  if (d < 0)
-    throw Error("header length " + str(loadI32(in.data())) +
-                    " is neither 76 (a request) nor 96 (an answer); use --request or --answer",
-                0);
-  return d;
-}
-
-struct Loaded {
-  Message message;
-  Bytes raw;              // the raw message
-  std::size_t bytes = 0;  // of the input message
-  bool packed = false;    // the input was packed
-  bool json = false;      // the input was JSON
-};
-
-// A message from JSON, raw bytes or packed bytes (restored here).
-Loaded loadBytes(const Options& o, const Bytes& in, const Names& names, bool allowPacked) {
-  if (in.empty()) throw Error("empty input");
-  Loaded l;
-  l.bytes = in.size();
-  if (looksLikeJson(in)) {
-    l.json = true;
-    l.message = fromJson(parseJson(in), names);
-    l.raw = serialise(l.message);
-    return l;
-  }
-  const int direction = directionOf(o, in);
-  if (in.size() > 8 && (in[8] & 1)) {
-    if (!allowPacked)
-      throw Error("flags bit 0 is set: the message is packed already; restore it first", 8);
-    l.packed = true;
-    l.raw = restoreBytes(in, direction, o.flag, o.maxSize);
-  } else {
-    l.raw = in;
-  }
-  l.message = parseRaw(l.raw, direction);
-  return l;
-}
-
 // ---- inspect ------------------------------------------------------------------------------
-
-std::string flagsText(unsigned char f) {
-  std::ostringstream s;
-  s << "0x" << std::hex << std::setw(2) << std::setfill('0') << int(f) << std::dec << ":";
-  if (f & 1) s << " records packed,";
-  if (f & 2) s << " section table,";
-  if (f & 0x0C) s << " bits 2-3 " << ((f >> 2) & 3) << ",";
-  s << " codec nibble " << (f >> 4) << " (" << codecName(f >> 4 ? 1 : 0) << ")";
-  return s.str();
-}
 
 void row(std::ostream& out, std::int64_t offset, const std::string& kind, const std::string& name,
          const std::string& value, int nameWidth) {
@@ -136,23 +28,34 @@ void row(std::ostream& out, std::int64_t offset, const std::string& kind, const 
   out << std::right << value << "\n";
 }
 
-void printHeader(std::ostream& out, const Bytes& h, int direction) {
+void printHeader(std::ostream& out, const Header& h) {
   out << "header\n";
   constexpr int w = 15;
-  row(out, 0, "int32", "header length", str(loadI32(&h[0])), w);
-  row(out, 4, "uint32", "function", str(loadU32(&h[4])), w);
-  row(out, 8, "flags", "flags", flagsText(h[8]), w);
-  const bool request = direction == TRDCOMP_REQUEST;
-  const std::string caller = toHex(&h[9], request ? 59 : 11, true);
-  row(out, 9, request ? "bytes[59]" : "bytes[11]", "caller data",
+  // Where each field lies, for people reading a dump beside this.
+  const bool request = h.isRequest();
+  auto at = [&](std::size_t inRequest, std::size_t inAnswer) {
+    return static_cast<std::int64_t>(request ? inRequest : inAnswer);
+  };
+#define TRDCOMP_TOOL_AT(field) \
+  at(offsetof(trdcomp_request_header, field), offsetof(trdcomp_answer_header, field))
+  row(out, TRDCOMP_TOOL_AT(header_length), "int32", "header length", str(h.length()), w);
+  row(out, TRDCOMP_TOOL_AT(function), "uint32", "function", str(h.function()), w);
+  row(out, TRDCOMP_TOOL_AT(flags), "flags", "flags", flagsText(h.flags()), w);
+  const std::string caller = toHex(h.caller(), h.callerSize(), true);
+  row(out, TRDCOMP_TOOL_AT(caller), "bytes[" + str(h.callerSize()) + "]", "caller data",
       caller.empty() ? "(zeros)" : caller, w);
   if (!request) {
-    row(out, 20, "text[4]", "short text", escapeText(&h[20], 4), w);
-    row(out, 24, "text[64]", "text", escapeText(&h[24], 64), w);
+    const auto* shortText = reinterpret_cast<const unsigned char*>(h.answer.short_text);
+    const auto* text = reinterpret_cast<const unsigned char*>(h.answer.text);
+    row(out, offsetof(trdcomp_answer_header, short_text),
+        "text[" + str(sizeof h.answer.short_text) + "]", "short text",
+        escapeText(shortText, sizeof h.answer.short_text), w);
+    row(out, offsetof(trdcomp_answer_header, text), "text[" + str(sizeof h.answer.text) + "]",
+        "text", escapeText(text, sizeof h.answer.text), w);
   }
-  const int at = request ? 68 : 88;
-  row(out, at, "int32", "record count", str(loadI32(&h[at])), w);
-  row(out, at + 4, "int32", "record size", str(loadI32(&h[at + 4])), w);
+  row(out, TRDCOMP_TOOL_AT(count), "int32", "record count", str(h.count()), w);
+  row(out, TRDCOMP_TOOL_AT(size), "int32", "record size", str(h.recordSize()), w);
+#undef TRDCOMP_TOOL_AT
 }
 
 void printRecord(std::ostream& out, const Message& m, std::size_t section, const unsigned char* rec,
@@ -213,7 +116,7 @@ void printInspect(std::ostream& out, const Loaded& l, const Bytes& input, const 
     out << "packed, " << l.bytes << " bytes; restored, " << l.raw.size() << " bytes\n";
   else
     out << "raw, " << l.bytes << " bytes\n";
-  printHeader(out, l.json ? l.raw : input, m.shape.direction);
+  printHeader(out, l.json ? m.header : Header::read(input.data(), input.size(), m.shape.direction));
   if (m.shape.form == TRDCOMP_FORM_NO_BODY) {
     out << "no body: " << m.body.size() << " bytes after the header are not part of the message\n";
     return;
@@ -224,7 +127,7 @@ void printInspect(std::ostream& out, const Loaded& l, const Bytes& input, const 
       trdcomp_field_info whole{};
       whole.kind = TRDCOMP_KIND_BLOCK;
       whole.width = static_cast<std::uint32_t>(m.body.size());
-      row(out, static_cast<std::int64_t>(m.header.size()), "bytes", "",
+      row(out, static_cast<std::int64_t>(Header::size(m.shape.direction)), "bytes", "",
           fieldText(whole, m.body.data()), 0);
     }
     return;
@@ -233,7 +136,7 @@ void printInspect(std::ostream& out, const Loaded& l, const Bytes& input, const 
     out << "header only: request " << m.shape.number << " packs without its records\n";
   const bool answer = m.shape.direction == TRDCOMP_ANSWER;
   if (answer) {
-    out << (m.table() ? "section table (in the raw message at offset 96)\n"
+    out << (m.table() ? "section table (in the raw message after the header)\n"
                       : "sections (from the header)\n");
     for (std::size_t k = 0; k < m.sections.size(); ++k)
       out << "  section " << k << ": " << m.sections[k].count << " records of " << m.recordSize(k)
@@ -249,9 +152,7 @@ void printInspect(std::ostream& out, const Loaded& l, const Bytes& input, const 
       out << "  note: the message states records of " << s.senderSize << " bytes; each keeps "
           << std::min<std::int64_t>(s.senderSize, info.record_size) << "\n";
     // Offsets in the raw message, where record i of the section starts.
-    std::int64_t at =
-        static_cast<std::int64_t>(m.header.size()) + (m.table() ? 4 + 8 * m.sections.size() : 0);
-    for (std::size_t j = 0; j < k; ++j) at += std::int64_t(m.sections[j].count) * m.recordSize(j);
+    const std::int64_t at = s.offset;
     for (std::int32_t i = 0; i < s.count; ++i) {
       out << "  record " << i << " at offset " << at + std::int64_t(i) * info.record_size << "\n";
       printRecord(out, m, k, s.records.data() + std::size_t(i) * info.record_size, names);
@@ -405,6 +306,7 @@ int inspect(const Options& o) {
   const Names names = Names::load(o.names);
   const Bytes input = readInput(o.input, o.hex);
   const Loaded l = loadBytes(o, input, names, true);
+  printWarnings(std::cerr, l.warnings);
   if (o.json) {
     Json j = toJson(l.message, names);
     j["wire"] = wireJson(l);
@@ -420,6 +322,7 @@ int inspect(const Options& o) {
 int pack(const Options& o) {
   const Names names = Names::load(o.names);
   const Loaded l = loadBytes(o, readInput(o.input, o.hex), names, false);
+  printWarnings(std::cerr, l.warnings);
   writeOutput(o.output, packBytes(l.raw, l.message.shape.direction, o.codec, o.flag));
   return 0;
 }
@@ -430,9 +333,13 @@ int restore(const Options& o) {
   if (in.empty()) throw Error("empty input");
   if (looksLikeJson(in)) throw Error("restore reads a packed message, not JSON (use pack)");
   const int direction = directionOf(o, in);
-  const Bytes raw = restoreBytes(in, direction, o.flag, o.maxSize);
+  std::vector<Warning> warnings;
+  const Bytes raw = restoreBytes(in, direction, o.flag, o.maxSize, 0, &warnings);
+  const std::string text =
+      o.json ? toJson(fromRestored(raw, direction, o.flag), names).dump(2) + "\n" : "";
+  printWarnings(std::cerr, warnings);
   if (o.json)
-    writeOutput(o.output, toJson(parseRaw(raw, direction), names).dump(2) + "\n");
+    writeOutput(o.output, text);
   else
     writeOutput(o.output, raw);
   return 0;
@@ -441,6 +348,7 @@ int restore(const Options& o) {
 int check(const Options& o) {
   const Names names = Names::load(o.names);
   const Loaded l = loadBytes(o, readInput(o.input, o.hex), names, false);
+  printWarnings(std::cerr, l.warnings);
   const Message& m = l.message;
   const int codec = o.codec == 2008 ? 0 : o.codec == 2011 ? 1 : m.shape.codec;
   std::vector<Loss> losses;
@@ -470,21 +378,25 @@ int check(const Options& o) {
   }
   if (!packed.empty()) {
     const Message r =
-        parseRaw(restoreBytes(packed, m.shape.direction, o.flag, 0), m.shape.direction);
-    // Header bytes that travel: the caller's, and the answer texts.
-    const std::size_t callerEnd = m.shape.direction == TRDCOMP_REQUEST ? 68 : 88;
-    for (std::size_t i = 9; i < callerEnd; ++i)
-      if (m.header[i] != r.header[i]) {
+        fromRestored(restoreBytes(packed, m.shape.direction, o.flag, 0), m.shape.direction, o.flag);
+    // Header bytes that travel: the caller's, and the answer texts, up to the count.
+    const bool request = m.header.isRequest();
+    const std::size_t from = request ? offsetof(trdcomp_request_header, caller)
+                                     : offsetof(trdcomp_answer_header, caller);
+    const std::size_t to =
+        request ? offsetof(trdcomp_request_header, count) : offsetof(trdcomp_answer_header, count);
+    const Bytes sent = m.header.bytes(), back = r.header.bytes();
+    for (std::size_t i = from; i < to; ++i)
+      if (sent[i] != back[i]) {
         losses.push_back(
             {"header (offset " + str(i) + ")",
-             "header bytes 9 to " + str(callerEnd - 1) +
+             "header bytes " + str(from) + " to " + str(to - 1) +
                  " do not come back as sent (the answer texts end at their first zero)"});
         break;
       }
     if (m.shape.form == TRDCOMP_FORM_RECORDS || m.shape.form == TRDCOMP_FORM_HEADER_ONLY) {
-      std::int64_t at =
-          static_cast<std::int64_t>(m.header.size()) + (m.table() ? 4 + 8 * m.sections.size() : 0);
       for (std::size_t k = 0; k < m.sections.size() && m.shape.form == TRDCOMP_FORM_RECORDS; ++k) {
+        const std::int64_t at = m.sections[k].offset;
         const Section& s = m.sections[k];
         const std::string sec =
             m.shape.direction == TRDCOMP_ANSWER ? "section " + str(k) + " " : "";
@@ -500,7 +412,6 @@ int check(const Options& o) {
           compareRecord(m, k, s.records.data() + i * size, r.sections[k].records.data() + i * size,
                         sec + "record " + str(i), recordAt, codec, o.flag, names, losses);
         }
-        at += std::int64_t(s.count) * static_cast<std::int64_t>(size);
       }
     }
   }
@@ -539,15 +450,14 @@ int stats(const Options& o) {
         const std::int64_t base = static_cast<std::int64_t>(pos + 4);
         Options one = o;
         const int direction = directionOf(one, message);
-        if (message.size() < 9)
-          throw Error("truncated message", base + static_cast<std::int64_t>(message.size()));
-        const bool packed = message[8] & 1;
-        const std::size_t raw =
-            packed ? restoreBytes(message, direction, o.flag, o.maxSize, base).size()
-                   : message.size();
+        const Header header = Header::read(message.data(), message.size(), direction);
+        const bool packed = header.flags() & TRDCOMP_FLAG_PACKED;
+        // Packed messages are measured restored, raw ones packed from the library's raw form.
+        const Bytes restored = restoreBytes(message, direction, o.flag, o.maxSize, base);
+        const std::size_t raw = packed ? restored.size() : message.size();
         const std::size_t small =
-            packed ? message.size() : packBytes(message, direction, 0, o.flag, base).size();
-        Tally& t = rows[{loadU32(&message[4]), direction, message[8] >> 4 ? 2011 : 2008}];
+            packed ? message.size() : packBytes(restored, direction, 0, o.flag, base).size();
+        Tally& t = rows[{header.function(), direction, header.codec() ? 2011 : 2008}];
         for (Tally* x : {&t, &total})
           ++x->messages, x->raw += static_cast<long long>(raw),
               x->packed += static_cast<long long>(small);

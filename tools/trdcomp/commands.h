@@ -9,6 +9,7 @@ namespace trdcomp::tool {
 
 struct Options {
   std::string input = "-";
+  std::string other;  // diff: the second message
   std::string output = "-";
   std::vector<std::string> inputs;  // stats
   std::string names;                // names file
@@ -21,11 +22,16 @@ struct Options {
 };
 
 // Exit statuses besides 0: bad input, bad usage, and check's "some field will not survive".
+// diff answers 1 for "different" and so reports bad input as 2.
 constexpr int kBadInput = 1;
 constexpr int kUsage = 2;
 constexpr int kLosses = 3;
+constexpr int kDifferent = 1;
+constexpr int kDiffBadInput = 2;
 
 int inspect(const Options& o);
+int explain(const Options& o);
+int diff(const Options& o);
 int pack(const Options& o);
 int restore(const Options& o);
 int check(const Options& o);

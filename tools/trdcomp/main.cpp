@@ -69,7 +69,8 @@ int main(int argc, char** argv) {
       "  trdcomp inspect message.bin\n"
       "  trdcomp restore --json packed.bin > message.json\n"
       "  trdcomp pack --codec 2011 message.json | trdcomp inspect -\n"
-      "Exit status: 0 done, 1 bad input, 2 bad usage, 3 check found fields that will not survive.");
+      "Exit status: 0 done, 1 bad input, 2 bad usage, 3 check found fields that will not survive\n"
+      "(diff: 0 equal, 1 different, 2 bad input or usage).");
   Options o;
 
   CLI::App* inspect = app.add_subcommand("inspect", "show one message field by field");
@@ -87,6 +88,38 @@ int main(int argc, char** argv) {
       "  trdcomp inspect packed.bin\n"
       "  trdcomp inspect --hex - <<< '4c000000 ea030000 01 ...'\n"
       "  trdcomp inspect --json --names names.json packed.bin");
+
+  CLI::App* explain = app.add_subcommand("explain", "show what every byte of a message encodes");
+  addInput(*explain, o);
+  addDirection(*explain, o);
+  addNames(*explain, o);
+  addFlag(*explain, o);
+  addMaxSize(*explain, o);
+  explain->add_flag("--json", o.json, "print the items as a JSON list");
+  addOutput(*explain, o);
+  explain->footer(
+      "Reads a raw or packed message and prints one line per stretch of its bytes, in order:\n"
+      "offset..end, the bytes in hex, and what they encode (header fields, section counts,\n"
+      "length prefixes, presence maps bit by bit, fields with their decoded values, and bytes\n"
+      "that nothing reads). Every byte is listed once. Examples:\n"
+      "  trdcomp explain packed.bin\n"
+      "  trdcomp explain --json --names names.json packed.bin");
+
+  CLI::App* diff = app.add_subcommand("diff", "list the fields in which two messages differ");
+  diff->add_option("A", o.input, "first message (packed, raw or JSON), or - for standard input")
+      ->required();
+  diff->add_option("B", o.other, "second message")->required();
+  diff->add_flag("--hex", o.hex, "the inputs are hex text, not binary");
+  addDirection(*diff, o);
+  addNames(*diff, o);
+  addFlag(*diff, o);
+  addMaxSize(*diff, o);
+  diff->add_flag("--json", o.json, "print the differences as JSON");
+  diff->footer(
+      "Restores both messages and compares them: header fields, section counts, and every field\n"
+      "of the records both hold. A packed message equals its raw form. Exit status: 0 equal,\n"
+      "1 different, 2 bad input or usage. Example:\n"
+      "  trdcomp diff --names names.json sent.bin received.bin");
 
   CLI::App* pack = app.add_subcommand("pack", "pack a raw message or its JSON form");
   addInput(*pack, o);
@@ -157,6 +190,8 @@ int main(int argc, char** argv) {
 
   try {
     if (*inspect) return trdcomp::tool::inspect(o);
+    if (*explain) return trdcomp::tool::explain(o);
+    if (*diff) return trdcomp::tool::diff(o);
     if (*pack) return trdcomp::tool::pack(o);
     if (*restore) return trdcomp::tool::restore(o);
     if (*check) return trdcomp::tool::check(o);
@@ -165,10 +200,10 @@ int main(int argc, char** argv) {
     std::cerr << "trdcomp: error: " << e.what();
     if (e.offset() >= 0) std::cerr << " (byte offset " << e.offset() << ")";
     std::cerr << "\n";
-    return kBadInput;
+    return *diff ? kDiffBadInput : kBadInput;
   } catch (const std::exception& e) {
     std::cerr << "trdcomp: error: " << e.what() << "\n";
-    return kBadInput;
+    return *diff ? kDiffBadInput : kBadInput;
   }
   return kUsage;
 }

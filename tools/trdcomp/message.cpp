@@ -3,24 +3,21 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
 #include <iterator>
 #include <limits>
+#include <memory>
+#include <sstream>
 
 namespace trdcomp::tool {
 
 namespace {
 
-constexpr std::size_t kRequestHeader = 76, kAnswerHeader = 96;
-constexpr int kMostSections = 5;
-
 std::string str(std::int64_t v) {
   return std::to_string(v);
-}
-
-std::size_t headerSize(int direction) {
-  return direction == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
 }
 
 std::string memberKey(const trdcomp_field_info& group, const trdcomp_field_info& member) {
@@ -54,7 +51,8 @@ Shape describe(std::uint32_t number, int direction, int codec) {
   trdcomp_message_info info;
   const int status =
       trdcomp_describe(number, direction, codec ? TRDCOMP_CODEC_2011 : TRDCOMP_CODEC_2008, &info);
-  if (status == TRDCOMP_ERROR_UNKNOWN_FUNCTION) throw Error("unknown function number " + str(number), 4);
+  if (status == TRDCOMP_ERROR_UNKNOWN_FUNCTION)
+    throw Error("unknown function number " + str(number), 4);
   if (status) throw Error("no description of function number " + str(number));
   Shape shape;
   shape.number = number;
@@ -73,142 +71,176 @@ Shape describe(std::uint32_t number, int direction, int codec) {
   return shape;
 }
 
-// ---- raw messages -------------------------------------------------------------------------
+// ---- headers ------------------------------------------------------------------------------
 
-namespace {
+Header Header::read(const unsigned char* p, std::size_t n, int direction) {
+  Header h;
+  h.direction = direction;
+  const std::size_t need = size(direction);
+  if (n < need)
+    throw Error("truncated message: " + str(static_cast<std::int64_t>(n)) + " bytes, a " +
+                    directionName(direction) + " header is " + str(need),
+                static_cast<std::int64_t>(n));
+  if (h.isRequest())
+    std::memcpy(&h.request, p, need);
+  else
+    std::memcpy(&h.answer, p, need);
+  return h;
+}
 
-// Records of `count` x `senderSize` bytes at `at`, kept as records of `size` bytes: each keeps
-// min(senderSize, size) bytes and a zero tail, as the library's restore keeps plain records.
-Bytes normalise(const Bytes& raw, std::int64_t at, std::int64_t count, std::int64_t senderSize,
-                std::int64_t size) {
-  Bytes out(static_cast<std::size_t>(count * size), 0);
-  const std::int64_t keep = std::min(senderSize, size);
-  for (std::int64_t i = 0; i < count; ++i)
-    std::copy_n(raw.begin() + at + i * senderSize, keep, out.begin() + i * size);
+Header Header::blank(int direction) {
+  Header h;
+  h.direction = direction;
+  h.length() = static_cast<std::int32_t>(size(direction));
+  return h;
+}
+
+Bytes Header::bytes() const {
+  Bytes out(size(direction));
+  if (isRequest())
+    std::memcpy(out.data(), &request, out.size());
+  else
+    std::memcpy(out.data(), &answer, out.size());
   return out;
 }
 
-void checkRecords(const Bytes& raw, std::int64_t at, std::int64_t count, std::int64_t size,
-                  const std::string& what) {
-  const std::int64_t available = static_cast<std::int64_t>(raw.size()) - at;
-  if (size > 0 && count > available / size)
-    throw Error("truncated message: " + what + " holds " + str(count) + " records of " + str(size) +
-                    " bytes from offset " + str(at) + ", but only " +
-                    str(std::max<std::int64_t>(available, 0)) + " bytes follow",
-                static_cast<std::int64_t>(raw.size()));
+std::string flagsText(std::uint8_t f) {
+  std::ostringstream s;
+  s << "0x" << std::hex << std::setw(2) << std::setfill('0') << int(f) << std::dec << ":";
+  if (f & TRDCOMP_FLAG_PACKED) s << " records packed,";
+  if (f & TRDCOMP_FLAG_SECTION_TABLE) s << " section table,";
+  constexpr unsigned kOther =
+      0xFFu & ~(TRDCOMP_FLAG_PACKED | TRDCOMP_FLAG_SECTION_TABLE | TRDCOMP_FLAG_NIBBLE_MASK);
+  if (f & kOther) s << " bits 2-3 " << ((f & kOther) >> 2) << ",";
+  const int nibble = (f & TRDCOMP_FLAG_NIBBLE_MASK) >> TRDCOMP_FLAG_NIBBLE_SHIFT;
+  s << " codec nibble " << nibble << " (" << codecName(nibble ? 1 : 0) << ")";
+  return s.str();
+}
+
+// ---- the library on byte vectors ----------------------------------------------------------
+
+namespace {
+
+Bytes take(void* data, std::size_t length) {
+  std::unique_ptr<void, void (*)(void*)> owner(data, trdcomp_release);
+  const auto* p = static_cast<const unsigned char*>(data);
+  return Bytes(p, p + length);
+}
+
+Error failure(const trdcomp_error& err, std::int64_t base = 0) {
+  return Error(err.message, err.offset < 0 ? -1 : base + err.offset);
 }
 
 }  // namespace
 
-Message parseRaw(const Bytes& raw, int direction) {
-  const std::size_t header = headerSize(direction);
-  if (raw.size() < header)
-    throw Error("truncated message: " + str(raw.size()) + " bytes, a " + directionName(direction) +
-                    " header is " + str(header),
-                static_cast<std::int64_t>(raw.size()));
+Bytes packBytes(const Bytes& raw, int direction, int codec, int flag, std::int64_t base) {
+  void* out = nullptr;
+  std::size_t length = 0;
+  trdcomp_error err{};
+  const int c = codec == 2008   ? TRDCOMP_CODEC_2008
+                : codec == 2011 ? TRDCOMP_CODEC_2011
+                                : TRDCOMP_CODEC_HEADER;
+  if (trdcomp_pack(raw.data(), raw.size(), direction, c, flag, &out, &length, &err))
+    throw failure(err, base);
+  return take(out, length);
+}
+
+Bytes restoreBytes(const Bytes& message, int direction, int flag, long long maxSize,
+                   std::int64_t base, std::vector<Warning>* warnings) {
+  void* out = nullptr;
+  std::size_t length = 0;
+  trdcomp_error err{};
+  // A few warnings say all there is to say; the count tells how many more there were.
+  trdcomp_warning found[16];
+  std::size_t count = 0;
+  if (trdcomp_restore_ex(message.data(), message.size(), direction, flag,
+                         static_cast<std::size_t>(std::max(0LL, maxSize)), &out, &length, found,
+                         std::size(found), &count, &err))
+    throw failure(err, base);
+  Bytes raw = take(out, length);
+  if (warnings) {
+    for (std::size_t i = 0; i < std::min(count, std::size(found)); ++i)
+      warnings->push_back({found[i].message, found[i].offset < 0 ? -1 : base + found[i].offset});
+    if (count > std::size(found))
+      warnings->push_back(
+          {str(static_cast<std::int64_t>(count - std::size(found))) + " more warnings left out",
+           -1});
+  }
+  return raw;
+}
+
+trdcomp_frame frameOf(const Bytes& message, int direction, int flag) {
+  trdcomp_frame frame{};
+  trdcomp_error err{};
+  if (trdcomp_frame_of(message.data(), message.size(), direction, flag, &frame, nullptr, 0, nullptr,
+                       &err))
+    throw failure(err);
+  return frame;
+}
+
+Message fromRestored(const Bytes& raw, int direction, int flag) {
+  const trdcomp_frame frame = frameOf(raw, direction, flag);
   Message m;
-  m.shape = describe(loadU32(&raw[4]), direction, raw[8] >> 4 ? 1 : 0);
-  m.header.assign(raw.begin(), raw.begin() + header);
+  m.header = Header::read(raw.data(), raw.size(), frame.direction);
+  m.shape = describe(frame.function, frame.direction, frame.codec == TRDCOMP_CODEC_2011 ? 1 : 0);
   if (m.shape.form == TRDCOMP_FORM_NO_BODY || m.shape.form == TRDCOMP_FORM_PASS_THROUGH) {
-    m.body.assign(raw.begin() + header, raw.end());
+    m.body.assign(raw.begin() + static_cast<std::ptrdiff_t>(Header::size(frame.direction)),
+                  raw.end());
     return m;
   }
-  if (direction == TRDCOMP_REQUEST) {
+  if (frame.section_count > static_cast<int>(m.shape.sections.size()))
+    throw Error("the library walks " + str(frame.section_count) + " sections, " +
+                directionName(direction) + " " + str(frame.function) + " has " +
+                str(static_cast<std::int64_t>(m.shape.sections.size())));
+  for (int k = 0; k < frame.section_count; ++k) {
+    const trdcomp_section_frame& f = frame.sections[k];
     Section s;
-    s.count = loadI32(&raw[68]);
-    s.senderSize = loadI32(&raw[72]);
-    s.offset = kRequestHeader;
-    if (s.count < 0) throw Error("record count " + str(s.count) + " is negative", 68);
-    if (s.senderSize < 0) throw Error("record size " + str(s.senderSize) + " is negative", 72);
-    checkRecords(raw, s.offset, s.count, s.senderSize, "the header");
-    s.records = normalise(raw, s.offset, s.count, s.senderSize, m.recordSize(0));
-    m.sections.push_back(std::move(s));
-    return m;
-  }
-  if (loadI32(&raw[0]) != static_cast<std::int32_t>(kAnswerHeader))
-    throw Error(
-        "header length " + str(loadI32(&raw[0])) + " is not 96, the size of an answer header", 0);
-  std::int64_t at = kAnswerHeader;
-  std::vector<Section> listed;
-  if (raw[8] & 2) {
-    if (raw.size() < kAnswerHeader + 4)
-      throw Error("truncated message: the section table's size is cut off",
-                  static_cast<std::int64_t>(raw.size()));
-    const std::int32_t table = loadI32(&raw[kAnswerHeader]);
-    if (table < 4 || (table - 4) % 8)
-      throw Error("section table size " + str(table) + " is not 4 plus 8 bytes per section", 96);
-    if ((table - 4) / 8 > kMostSections)
-      throw Error("the section table lists " + str((table - 4) / 8) + " sections, at most 5 travel",
-                  96);
-    if (static_cast<std::int64_t>(raw.size()) < at + table)
-      throw Error("truncated message: the section table of " + str(table) + " bytes is cut off",
-                  static_cast<std::int64_t>(raw.size()));
-    for (std::int32_t k = 0; k < (table - 4) / 8; ++k) {
-      Section s;
-      s.count = loadI32(&raw[kAnswerHeader + 4 + 8 * k]);
-      s.senderSize = loadI32(&raw[kAnswerHeader + 8 + 8 * k]);
-      if (s.count < 0)
-        throw Error("record count " + str(s.count) + " of section " + str(k) + " is negative",
-                    100 + 8 * k);
-      if (s.senderSize < 0)
-        throw Error("record size " + str(s.senderSize) + " of section " + str(k) + " is negative",
-                    104 + 8 * k);
-      listed.push_back(s);
-    }
-    at += table;
-  } else {
-    Section s;
-    s.count = loadI32(&raw[88]);
-    s.senderSize = loadI32(&raw[92]);
-    if (s.count < 0) throw Error("record count " + str(s.count) + " is negative", 88);
-    if (s.senderSize < 0) throw Error("record size " + str(s.senderSize) + " is negative", 92);
-    listed.push_back(s);
-  }
-  if (listed.size() > m.shape.sections.size())
-    throw Error("the message has " + str(listed.size()) + " sections, answer " +
-                    str(m.shape.number) + " has " + str(m.shape.sections.size()) + " in the " +
-                    codecName(m.shape.codec) + " codec",
-                96);
-  for (std::size_t k = 0; k < listed.size(); ++k) {
-    Section& s = listed[k];
-    s.offset = at;
-    checkRecords(raw, at, s.count, s.senderSize, "section " + str(k));
-    s.records = normalise(raw, at, s.count, s.senderSize, m.recordSize(k));
-    at += std::int64_t(s.count) * s.senderSize;
+    s.count = f.count;
+    s.senderSize = static_cast<std::int32_t>(f.record_size);
+    s.offset = f.restored_offset;
+    const std::int64_t bytes = std::int64_t(f.count) * f.record_size;
+    if (f.count < 0 || f.restored_offset < 0 ||
+        f.restored_offset + bytes > static_cast<std::int64_t>(raw.size()))
+      throw Error("section " + str(k) + ": " + str(f.count) + " records of " + str(f.record_size) +
+                  " bytes from offset " + str(f.restored_offset) +
+                  " lie outside the restored message of " +
+                  str(static_cast<std::int64_t>(raw.size())) + " bytes");
+    s.records.assign(raw.begin() + f.restored_offset, raw.begin() + f.restored_offset + bytes);
     m.sections.push_back(std::move(s));
   }
   return m;
 }
 
 Bytes serialise(const Message& m) {
-  Bytes out = m.header;
-  out[8] &= static_cast<unsigned char>(~1u);
-  storeU32(&out[0], static_cast<std::uint32_t>(out.size()));
+  Header h = m.header;
+  h.flags() &= static_cast<std::uint8_t>(~TRDCOMP_FLAG_PACKED);
+  h.length() = static_cast<std::int32_t>(Header::size(h.direction));
   if (m.shape.form == TRDCOMP_FORM_NO_BODY || m.shape.form == TRDCOMP_FORM_PASS_THROUGH) {
+    Bytes out = h.bytes();
     out.insert(out.end(), m.body.begin(), m.body.end());
     return out;
   }
-  if (m.shape.direction == TRDCOMP_REQUEST) {
-    storeU32(&out[68], static_cast<std::uint32_t>(m.sections[0].count));
-    storeU32(&out[72], m.recordSize(0));
-    out.insert(out.end(), m.sections[0].records.begin(), m.sections[0].records.end());
-    return out;
-  }
   const std::size_t n = m.sections.size();
-  storeU32(&out[88], n ? static_cast<std::uint32_t>(m.sections[0].count) : 0);
-  storeU32(&out[92], m.recordSize(0));
-  if (n > 1) {
-    out[8] |= 2;
-    Bytes table(4 + 8 * n);
-    storeU32(&table[0], static_cast<std::uint32_t>(table.size()));
+  h.count() = n ? m.sections[0].count : 0;
+  h.recordSize() = static_cast<std::int32_t>(m.recordSize(0));
+  Bytes table;
+  if (m.table()) {
+    // A raw answer of more than one section lists them after its header: the table's size,
+    // then a count and a record size per section.
+    h.flags() |= TRDCOMP_FLAG_SECTION_TABLE;
+    std::vector<std::int32_t> words{static_cast<std::int32_t>(4 + 8 * n)};
     for (std::size_t k = 0; k < n; ++k) {
-      storeU32(&table[4 + 8 * k], static_cast<std::uint32_t>(m.sections[k].count));
-      storeU32(&table[8 + 8 * k], m.recordSize(k));
+      words.push_back(m.sections[k].count);
+      words.push_back(static_cast<std::int32_t>(m.recordSize(k)));
     }
-    out.insert(out.end(), table.begin(), table.end());
+    table.resize(4 * words.size());
+    for (std::size_t i = 0; i < words.size(); ++i)
+      storeU32(&table[4 * i], static_cast<std::uint32_t>(words[i]));
   } else {
-    out[8] &= static_cast<unsigned char>(~2u);
+    h.flags() &= static_cast<std::uint8_t>(~TRDCOMP_FLAG_SECTION_TABLE);
   }
+  Bytes out = h.bytes();
+  out.insert(out.end(), table.begin(), table.end());
   for (const Section& s : m.sections) out.insert(out.end(), s.records.begin(), s.records.end());
   return out;
 }
@@ -315,8 +347,6 @@ std::string fieldText(const trdcomp_field_info& f, const unsigned char* at) {
   return "";
 }
 
-namespace {
-
 Json fieldJson(const trdcomp_field_info& f, const unsigned char* at) {
   switch (f.kind) {
     case TRDCOMP_KIND_CHAR: return bytesToText(at, 1);
@@ -334,6 +364,8 @@ Json fieldJson(const trdcomp_field_info& f, const unsigned char* at) {
   }
   return nullptr;
 }
+
+namespace {
 
 template <class T>
 T integer(const Json& v, const std::string& what) {
@@ -537,14 +569,15 @@ Json toJson(const Message& m, const Names& names) {
   j["direction"] = directionName(m.shape.direction);
   j["function"] = m.shape.number;
   const Bytes raw = serialise(m);
+  const Header h = Header::read(raw.data(), raw.size(), m.shape.direction);
   Json header;
-  header["flags"] = raw[8];
+  header["flags"] = h.flags();
+  header["caller"] = toHex(h.caller(), h.callerSize(), true);
   const bool records = !m.sections.empty() || m.shape.form == TRDCOMP_FORM_RECORDS ||
                        m.shape.form == TRDCOMP_FORM_HEADER_ONLY;
-  if (m.shape.direction == TRDCOMP_REQUEST) {
-    header["caller"] = toHex(&raw[9], 59, true);
-    header["count"] = loadI32(&raw[68]);
-    header["size"] = loadI32(&raw[72]);
+  if (h.isRequest()) {
+    header["count"] = h.count();
+    header["size"] = h.recordSize();
     j["header"] = std::move(header);
     if (records && !m.sections.empty())
       j["records"] = recordsJson(m, 0, names);
@@ -552,11 +585,12 @@ Json toJson(const Message& m, const Names& names) {
       j["body"] = toHex(m.body.data(), m.body.size());
     return j;
   }
-  header["caller"] = toHex(&raw[9], 11, true);
-  header["shortText"] = bytesToText(&raw[20], 4);
-  header["text"] = bytesToText(&raw[24], 64);
-  header["count"] = loadI32(&raw[88]);
-  header["size"] = loadI32(&raw[92]);
+  header["shortText"] = bytesToText(reinterpret_cast<const unsigned char*>(h.answer.short_text),
+                                    sizeof h.answer.short_text);
+  header["text"] =
+      bytesToText(reinterpret_cast<const unsigned char*>(h.answer.text), sizeof h.answer.text);
+  header["count"] = h.count();
+  header["size"] = h.recordSize();
   j["header"] = std::move(header);
   if (m.shape.form == TRDCOMP_FORM_RECORDS) {
     Json sections = Json::array();
@@ -592,30 +626,31 @@ Message fromJson(const Json& j, const Names& names) {
       header.contains("flags") ? integer<std::uint8_t>(header["flags"], "JSON header.flags") : 0;
 
   Message m;
-  m.shape = describe(number, direction, flags >> 4 ? 1 : 0);
-  m.header.assign(headerSize(direction), 0);
-  storeU32(&m.header[0], static_cast<std::uint32_t>(m.header.size()));
-  storeU32(&m.header[4], number);
-  m.header[8] = static_cast<unsigned char>(flags & ~1u);
+  m.shape = describe(number, direction, flags & TRDCOMP_FLAG_NIBBLE_MASK ? 1 : 0);
+  m.header = Header::blank(direction);
+  m.header.function() = number;
+  m.header.flags() = static_cast<std::uint8_t>(flags & ~TRDCOMP_FLAG_PACKED);
   if (header.contains("caller")) {
     if (!header["caller"].is_string()) throw Error("JSON header.caller: expected a hex string");
-    const Bytes caller = fromHex(header["caller"].get<std::string>(), "JSON header.caller",
-                                 direction == TRDCOMP_REQUEST ? 59 : 11);
-    std::copy(caller.begin(), caller.end(), m.header.begin() + 9);
+    const Bytes caller =
+        fromHex(header["caller"].get<std::string>(), "JSON header.caller", m.header.callerSize());
+    std::memcpy(m.header.isRequest() ? m.header.request.caller : m.header.answer.caller,
+                caller.data(), caller.size());
   }
-  const std::size_t countAt = direction == TRDCOMP_REQUEST ? 68 : 88;
   if (direction == TRDCOMP_ANSWER) {
-    for (auto [key, at, width] : {std::tuple{"shortText", 20, 4}, std::tuple{"text", 24, 64}}) {
+    for (auto [key, to, width] :
+         {std::tuple{"shortText", m.header.answer.short_text, sizeof m.header.answer.short_text},
+          std::tuple{"text", m.header.answer.text, sizeof m.header.answer.text}}) {
       if (!header.contains(key)) continue;
       if (!header[key].is_string())
         throw Error(std::string("JSON header.") + key + ": expected a string");
       const Bytes b =
           textToBytes(header[key].get<std::string>(), width, std::string("JSON header.") + key);
-      std::copy(b.begin(), b.end(), m.header.begin() + at);
+      std::memcpy(to, b.data(), b.size());
     }
   }
-  storeU32(&m.header[countAt], static_cast<std::uint32_t>(headerInt(header, "count", 0)));
-  storeU32(&m.header[countAt + 4], static_cast<std::uint32_t>(headerInt(header, "size", 0)));
+  m.header.count() = headerInt(header, "count", 0);
+  m.header.recordSize() = headerInt(header, "size", 0);
 
   const bool hasRecords =
       m.shape.form == TRDCOMP_FORM_RECORDS || m.shape.form == TRDCOMP_FORM_HEADER_ONLY;

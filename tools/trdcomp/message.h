@@ -38,10 +38,46 @@ Shape describe(std::uint32_t number, int direction, int codec);
 const char* directionName(int direction);
 const char* codecName(int codec);
 
+// A message's header, read and written through the library's header structs.
+struct Header {
+  int direction = TRDCOMP_REQUEST;
+  trdcomp_request_header request{};
+  trdcomp_answer_header answer{};
+
+  // The header of `direction` at the start of `p` (n bytes); throws Error when it is cut off.
+  static Header read(const unsigned char* p, std::size_t n, int direction);
+  static Header blank(int direction);
+  static std::size_t size(int direction) {
+    return direction == TRDCOMP_REQUEST ? sizeof(trdcomp_request_header)
+                                        : sizeof(trdcomp_answer_header);
+  }
+  Bytes bytes() const;
+
+  bool isRequest() const { return direction == TRDCOMP_REQUEST; }
+  std::int32_t& length() { return isRequest() ? request.header_length : answer.header_length; }
+  std::uint32_t& function() { return isRequest() ? request.function : answer.function; }
+  std::uint8_t& flags() { return isRequest() ? request.flags : answer.flags; }
+  std::int32_t& count() { return isRequest() ? request.count : answer.count; }
+  std::int32_t& recordSize() { return isRequest() ? request.size : answer.size; }
+  std::int32_t length() const { return isRequest() ? request.header_length : answer.header_length; }
+  std::uint32_t function() const { return isRequest() ? request.function : answer.function; }
+  std::uint8_t flags() const { return isRequest() ? request.flags : answer.flags; }
+  std::int32_t count() const { return isRequest() ? request.count : answer.count; }
+  std::int32_t recordSize() const { return isRequest() ? request.size : answer.size; }
+  const std::uint8_t* caller() const { return isRequest() ? request.caller : answer.caller; }
+  std::size_t callerSize() const {
+    return isRequest() ? sizeof request.caller : sizeof answer.caller;
+  }
+  int codec() const { return flags() & TRDCOMP_FLAG_NIBBLE_MASK ? 1 : 0; }
+};
+
+// "0x11: records packed, codec nibble 1 (2011 Fast)"
+std::string flagsText(std::uint8_t flags);
+
 struct Section {
   std::int32_t count = 0;
-  std::int32_t senderSize = 0;  // the record size the message states
-  std::int64_t offset = 0;      // of the first record in the message
+  std::int32_t senderSize = 0;  // the record size the input states (its layout's when packed)
+  std::int64_t offset = 0;      // of the first record in the raw message
   Bytes records;                // count records of the layout's size, each as the library keeps it
 };
 
@@ -49,7 +85,7 @@ struct Section {
 // header as they are.
 struct Message {
   Shape shape;
-  Bytes header;  // 76 (request) or 96 (answer) bytes
+  Header header;
   std::vector<Section> sections;
   Bytes body;  // no-body and pass-through forms
   bool table() const { return shape.direction == TRDCOMP_ANSWER && sections.size() > 1; }
@@ -58,8 +94,23 @@ struct Message {
   }
 };
 
-// Takes a raw message apart; throws Error with the offset of the fault.
-Message parseRaw(const Bytes& raw, int direction);
+// ---- the library on byte vectors ----------------------------------------------------------
+
+struct Warning {
+  std::string message;
+  std::int64_t offset = -1;
+};
+
+Bytes packBytes(const Bytes& raw, int direction, int codec, int flag, std::int64_t base = 0);
+// Restores a packed or raw message into the library's raw form; appends what is odd about it
+// to `warnings` when given.
+Bytes restoreBytes(const Bytes& message, int direction, int flag, long long maxSize,
+                   std::int64_t base = 0, std::vector<Warning>* warnings = nullptr);
+// The frame of a message as the library walks it; throws Error where it refuses the message.
+trdcomp_frame frameOf(const Bytes& message, int direction, int flag);
+
+// Takes apart a message in the library's raw form (as restoreBytes gives it) by its frame.
+Message fromRestored(const Bytes& raw, int direction, int flag);
 // The raw message's bytes: header (count, size and table written from the sections), records.
 Bytes serialise(const Message& m);
 
@@ -81,9 +132,10 @@ class Names {
 Json toJson(const Message& m, const Names& names);
 Message fromJson(const Json& j, const Names& names);
 
-// One field, for people: "text[32]" and its value escaped.
+// One field, for people: "text[32]" and its value escaped; and as a JSON value.
 std::string kindName(const trdcomp_field_info& f);
 std::string fieldText(const trdcomp_field_info& f, const unsigned char* at);
+Json fieldJson(const trdcomp_field_info& f, const unsigned char* at);
 
 // Reads the input of a subcommand: a file or "-", binary or hex text.
 Bytes readInput(const std::string& path, bool hex);
