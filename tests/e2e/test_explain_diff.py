@@ -1,0 +1,312 @@
+"""The tool reads messages as the library does: restore gives the library's bytes and warnings
+for odd messages it restores all the same; explain accounts for every input byte; diff finds
+exactly the fields that differ."""
+
+import json
+import re
+import struct
+
+import pytest
+
+HEADER_ONLY_REQUESTS = {1000, 1001}
+DIRECTIONS_AND_CODECS = [(d, c) for d in ("request", "answer") for c in ("2008", "2011")]
+WARNING = re.compile(rb"^warning: .+ \(byte offset \d+\)$")
+
+
+def ok(process):
+    assert process.returncode == 0, process.stderr.decode()
+    return process.stdout
+
+
+def numbered(samples, direction, codec):
+    files = sorted(samples.glob(f"*-{direction}-{codec}.bin"))
+    assert len(files) == 115
+    return [(int(f.name.split("-")[0]), f) for f in files]
+
+
+def layout_form(run, raw):
+    """'records' when the message has record sections in the tool's JSON, else 'other'."""
+    j = json.loads(ok(run("inspect", "--json", raw)))
+    return "records" if "records" in j or "sections" in j else "other"
+
+
+# ---- restore ----------------------------------------------------------------------------
+
+@pytest.mark.parametrize("direction, codec", DIRECTIONS_AND_CODECS)
+def test_restore_gives_the_library_bytes_for_every_number(run, library, samples, direction,
+                                                          codec):
+    failures = []
+    for number, raw in numbered(samples, direction, codec):
+        packed = ok(run("pack", raw))
+        for name, message in (("packed", packed), ("raw", raw.read_bytes())):
+            process = run("restore", "-", stdin=message)
+            status, expected, _ = library.restore(message)
+            if process.returncode != 0 or status != 0 or process.stdout != expected:
+                failures.append((number, name, process.stderr.decode()))
+            elif process.stderr:
+                failures.append((number, name, "warned: " + process.stderr.decode()))
+    assert failures == []
+
+
+def cut_in_the_middle(message):
+    return message[:96 + (len(message) - 96) // 2]
+
+
+def with_header_length(length):
+    return lambda message: struct.pack("<i", length) + message[4:]
+
+
+@pytest.mark.parametrize("direction, codec, damage, args", [
+    ("answer", "2008", cut_in_the_middle, []),
+    ("answer", "2011", cut_in_the_middle, []),
+    ("request", "2008", with_header_length(0), ["--request"]),
+    ("request", "2011", with_header_length(100), ["--request"]),
+    ("request", "2008", with_header_length(100), ["--request"]),
+], ids=["answer cut 2008", "answer cut 2011", "request header 0", "request header 100 2011",
+        "request header 100 2008"])
+@pytest.mark.parametrize("packed", [True, False], ids=["packed", "raw"])
+def test_odd_messages_restore_with_a_warning(run, library, samples, direction, codec, damage,
+                                             args, packed):
+    failures = []
+    tried = 0
+    for number, raw in numbered(samples, direction, codec):
+        if layout_form(run, raw) != "records":
+            continue
+        message = ok(run("pack", raw)) if packed else raw.read_bytes()
+        if direction == "answer" and len(cut_in_the_middle(message)) <= 96 + 8:
+            continue  # nothing left to cut but the header and its table
+        odd = damage(message)
+        tried += 1
+        status, expected, warnings = library.restore(odd, 0 if args else -1)
+        process = run("restore", *args, "-", stdin=odd)
+        lines = process.stderr.splitlines()
+        if (status, process.returncode) != (0, 0) or process.stdout != expected:
+            failures.append((number, status, process.stderr.decode()))
+        elif not lines or len(lines) != warnings or not all(WARNING.match(x) for x in lines):
+            failures.append((number, "warnings", warnings, process.stderr.decode()))
+        elif direction == "request" and number not in HEADER_ONLY_REQUESTS and \
+                expected != raw.read_bytes():
+            # A request's records are read from 76 whatever its header length says.
+            failures.append((number, "records not those of the sample"))
+        # The other subcommands take the message the same way.
+        elif run("inspect", *args, "-", stdin=odd).returncode != 0:
+            failures.append((number, "inspect refuses it"))
+    assert tried > 50 and failures == []
+
+
+def test_a_truncated_answer_keeps_its_count_with_zero_records(run, samples):
+    packed = ok(run("pack", samples / "1023-answer-2008.bin"))
+    whole = json.loads(ok(run("restore", "--json", "-", stdin=packed)))
+    cut = json.loads(ok(run("restore", "--json", "-", stdin=packed[:-10])))
+    assert cut["header"]["count"] == whole["header"]["count"] == 3
+    sections = cut["sections"]
+    assert len(sections[0]["records"]) == 3
+    assert sections[0]["records"][:-1] == whole["sections"][0]["records"][:-1]
+
+
+# ---- explain ----------------------------------------------------------------------------
+
+def inspected_value(message_json, item):
+    """The value inspect --json gives for an explained field of a record, or the marker
+    ABSENT when inspect leaves the group entry out (it lists entries up to the last nonzero)."""
+    if message_json["direction"] == "request":
+        record = message_json["records"][item["record"]]
+    else:
+        record = message_json["sections"][item["section"]]["records"][item["record"]]
+    value = record[str(item["fieldOffset"])]
+    if "groupEntry" not in item:
+        return value
+    if item["groupEntry"] >= len(value):
+        return ABSENT
+    return value[item["groupEntry"]][str(item["memberOffset"])]
+
+
+ABSENT = object()
+
+
+@pytest.mark.parametrize("direction, codec", DIRECTIONS_AND_CODECS)
+def test_explain_covers_every_byte_and_agrees_with_inspect(run, samples, direction, codec):
+    failures = []
+    for number, raw in numbered(samples, direction, codec):
+        packed = ok(run("pack", raw))
+        for name, message in (("packed", packed), ("raw", raw.read_bytes())):
+            items = json.loads(ok(run("explain", "--json", "-", stdin=message)))
+            at = 0
+            for item in items:
+                if item["offset"] != at or item["length"] <= 0:
+                    failures.append((number, name, "coverage", at, item))
+                    break
+                if bytes.fromhex(item["hex"]) != message[at:at + item["length"]]:
+                    failures.append((number, name, "hex", item))
+                at += item["length"]
+            if at != len(message):
+                failures.append((number, name, "ends at", at, len(message)))
+            inspected = json.loads(ok(run("inspect", "--json", "-", stdin=message)))
+            fields = [i for i in items if i["what"] == "field" and "record" in i]
+            for item in fields:
+                value = inspected_value(inspected, item)
+                if value is ABSENT:
+                    if item["value"] not in (0, "", 0.0):
+                        failures.append((number, name, "entry inspect leaves out", item))
+                elif value != item["value"]:
+                    failures.append((number, name, "value", item, value))
+            # A sample's records hold values: a packed one explains some of its fields.
+            if name == "packed" and layout_form(run, raw) == "records" and not fields and \
+                    not (direction == "request" and number in HEADER_ONLY_REQUESTS):
+                failures.append((number, name, "no fields explained"))
+    assert failures == []
+
+
+def test_explain_lists_presence_bits_and_names(run, samples, tmp_path):
+    names = tmp_path / "names.json"
+    names.write_text(json.dumps({"1002": {"request": {"0": {"0": "side", "3": "account"}}}}))
+    packed = ok(run("pack", "--codec", "2011", samples / "1002-request-2011.bin"))
+    items = json.loads(ok(run("explain", "--json", "--names", names, "-", stdin=packed)))
+    maps = [i for i in items if i["what"] == "presence map"]
+    assert maps and all(i["bits"] for i in maps)
+    for item in maps:
+        for bit in item["bits"]:
+            assert bit["present"] == bool(item["value"] & bit["bit"])
+    named = [i for i in items if i["what"] == "field" and i.get("name") == "account"]
+    assert [i["record"] for i in named] == [0, 1, 2]
+    text = ok(run("explain", "--names", names, "-", stdin=packed)).decode().splitlines()
+    # A title line, then one line per item, each starting with its byte range.
+    assert len(text) == 1 + len(items)
+    for line, item in zip(text[1:], items):
+        start, end = map(int, re.match(r"\s*(\d+)\.\.(\d+)", line).groups())
+        assert (start, end) == (item["offset"], item["offset"] + item["length"])
+    assert any("account" in line and "present" in line for line in text)
+
+
+def test_explain_shows_trailing_bytes(run, samples):
+    packed = ok(run("pack", samples / "1002-answer-2008.bin"))
+    items = json.loads(ok(run("explain", "--json", "-", stdin=packed + b"\xAA\xBB\xCC")))
+    assert items[-1]["what"] == "trailing" and items[-1]["hex"] == "aabbcc"
+
+
+# ---- diff -------------------------------------------------------------------------------
+
+def change_one_field(message_json):
+    """Changes the first plain number field of the first record that has one; returns
+    (section, record, offset) or None when there is none."""
+    if message_json["direction"] == "request":
+        sections = [{"records": message_json.get("records", [])}]
+    else:
+        sections = message_json.get("sections", [])
+    for s, section in enumerate(sections):
+        for r, record in enumerate(section["records"]):
+            if not isinstance(record, dict):
+                continue
+            for key, value in record.items():
+                if isinstance(value, int) and not isinstance(value, bool):
+                    record[key] = value + 1 if value < 1000 else value - 1
+                    return s, r, int(key)
+    return None
+
+
+@pytest.mark.parametrize("direction, codec", DIRECTIONS_AND_CODECS)
+def test_diff_finds_exactly_the_changed_field(run, samples, tmp_path, direction, codec):
+    failures = []
+    changed_any = 0
+    for number, raw in numbered(samples, direction, codec):
+        packed = tmp_path / "packed.bin"
+        packed.write_bytes(ok(run("pack", raw)))
+        # A packed message equals itself and its raw form.
+        for other in (packed, raw):
+            process = run("diff", "--json", packed, other)
+            verdict = json.loads(process.stdout or b"{}")
+            if process.returncode != 0 or verdict != {"equal": True, "header": [], "counts": [],
+                                                      "fields": []}:
+                failures.append((number, "equal", other.name, process.stdout.decode(),
+                                 process.stderr.decode()))
+            if run("diff", packed, other).stdout:
+                failures.append((number, "equal lists something"))
+        message = json.loads(ok(run("restore", "--json", packed)))
+        where = change_one_field(message)
+        if where is None:
+            continue
+        changed_any += 1
+        again = ok(run("pack", "-", stdin=json.dumps(message).encode()))
+        process = run("diff", "--json", packed, "-", stdin=again)
+        verdict = json.loads(process.stdout or b"{}")
+        found = [(f["section"], f["record"], f["offset"]) for f in verdict.get("fields", [])]
+        if process.returncode != 1 or found != [where] or verdict["header"] or verdict["counts"]:
+            failures.append((number, "changed", where, process.stdout.decode(),
+                             process.stderr.decode()))
+    assert changed_any > 50 and failures == []
+
+
+def drop_a_record(message):
+    message["sections"][0]["records"].pop()
+    message["sections"][0]["count"] -= 1
+    message["header"]["count"] -= 1
+
+
+def become_another_number(message):
+    message["function"] = 1023
+    message.pop("sections")
+    message["header"].update(count=0, size=0)
+
+
+@pytest.mark.parametrize("edit, listed", [
+    (lambda m: m["header"].update(caller="0102"), ("header", {"field": "caller"})),
+    (drop_a_record, ("counts", {"section": 0, "a": 3, "b": 2})),
+    (lambda m: m["header"].update(text="other text"), ("header", {"field": "text"})),
+    (become_another_number, ("header", {"field": "function"})),
+], ids=["caller", "a record fewer", "text", "function"])
+def test_diff_lists_header_and_count_differences(run, samples, tmp_path, edit, listed):
+    raw = samples / "1002-answer-2011.bin"
+    message = json.loads(ok(run("inspect", "--json", raw)))
+    del message["wire"]
+    edit(message)
+    other = tmp_path / "other.json"
+    other.write_text(json.dumps(message))
+    process = run("diff", "--json", raw, other)
+    verdict = json.loads(process.stdout)
+    assert process.returncode == 1 and not verdict["equal"]
+    key, expected = listed
+    assert len(verdict[key]) == 1 and expected.items() <= verdict[key][0].items()
+    assert verdict["fields"] == []
+    assert ok(run("diff", raw, raw)) == b""
+
+
+def test_diff_names_a_group_member_by_entry(run, tmp_path):
+    names = tmp_path / "names.json"
+    names.write_text(json.dumps({"1260": {"request": {"0": {"149+0": "leg side"}}}}))
+    one = {"direction": "request", "function": 1260,
+           "records": [{"145": 2, "149": [{"0": "A"}, {"0": "B"}]}]}
+    two = json.loads(json.dumps(one))
+    two["records"][0]["149"][1]["0"] = "C"
+    a, b = tmp_path / "a.json", tmp_path / "b.json"
+    a.write_text(json.dumps(one))
+    b.write_text(json.dumps(two))
+    process = run("diff", "--json", "--names", names, a, b)
+    assert process.returncode == 1
+    (field,) = json.loads(process.stdout)["fields"]
+    assert (field["offset"], field["entry"], field["member"]) == (149, 1, 0)
+    assert (field["name"], field["a"], field["b"]) == ("leg side", "B", "C")
+    assert "leg side" in run("diff", "--names", names, a, b).stdout.decode()
+
+
+@pytest.mark.parametrize("a, b, words", [
+    ("missing.bin", "sample", "cannot open"),
+    ("sample", "short", "truncated"),
+    ("sample", "unknown", "unknown function number"),
+    ("sample", "bad json", "malformed JSON"),
+    ("-", "-", "only one"),
+], ids=["missing file", "short", "unknown number", "bad json", "two stdins"])
+def test_diff_bad_input_exits_2(run, samples, tmp_path, a, b, words):
+    sample = (samples / "1002-request-2008.bin").read_bytes()
+    files = {"sample": sample, "short": sample[:30],
+             "unknown": sample[:4] + struct.pack("<I", 4321) + sample[8:],
+             "bad json": b'{"direction": "request", '}
+    paths = []
+    for side in (a, b):
+        if side in files:
+            path = tmp_path / side.replace(" ", "-")
+            path.write_bytes(files[side])
+            side = path
+        paths.append(side)
+    process = run("diff", *paths)
+    err = process.stderr.decode()
+    assert process.returncode == 2 and err.startswith("trdcomp: error: ") and words in err, err
