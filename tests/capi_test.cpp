@@ -8,6 +8,7 @@
 #include <iterator>
 #include <random>
 
+#include "TrdCompData.h"
 #include "frame/catalogue.h"
 #include "primitives/bytes.h"
 #include "samples.h"
@@ -72,7 +73,91 @@ TEST(CInterface, PacksAsTheEntryPointsDoAndRestoresPlainRecords) {
             trdcomp::samples::packRequest(sent.head, sent.body, 1));
 }
 
-TEST(CInterface, RefusesFaultsWithTheirClassAndOffset) {
+// What the C++ entry point restores: the bytes (flags bit 0 cleared, as the C interface
+// documents) or the reason it refuses.
+Result library(Bytes in, bool request) {
+  Result r;
+  char* out = nullptr;
+  int n = 0, reason = 0;
+  char* p = reinterpret_cast<char*>(in.data());
+  const int size = static_cast<int>(in.size());
+  const int ok = request ? CTrdCompData::RestoreReq2008Ex(p, size, &out, n, 0, -1, &reason)
+                         : CTrdCompData::RestoreAns2008Ex(p, size, &out, n, 0, -1, &reason);
+  r.status = ok ? TRDCOMP_OK : reason;
+  if (out) r.bytes.assign(out, out + n);
+  if (!out && ok) r.bytes = in;  // no body: the header stands for the message
+  if (r.bytes.size() > 8) r.bytes[8] &= 0xFE;
+  CTrdCompData::ReleaseAnsData(out);
+  return r;
+}
+
+// The C restore takes what the entry points take, gives their bytes, and tells what is odd as
+// warnings: for every number, both codecs and directions, as packed, with odd header lengths,
+// and cut short.
+TEST(CInterface, RestoresWhatTheEntryPointsRestoreAndWarnsOfWhatIsOdd) {
+  int warned[5] = {}, compared = 0;
+  for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e) {
+    for (int nibble : {0, 1}) {
+      for (bool request : {true, false}) {
+        Bytes packed;
+        if (request) {
+          const auto q = trdcomp::samples::makeRequest(e->number, nibble, 3, e->number);
+          packed = trdcomp::samples::packRequest(q.head, q.body);
+        } else {
+          const auto a = trdcomp::samples::makeAnswer(e->number, nibble != 0, 3, e->number);
+          packed = trdcomp::samples::packAnswer(a.proc, a.sections, 0, nibble << 4);
+        }
+        const std::int32_t head = request ? 76 : 96;
+        std::vector<std::pair<Bytes, int>> shapes = {{packed, 0}};
+        Bytes longer = packed;
+        longer.insert(longer.begin() + head, 4, 0);
+        trdcomp::storeI32(longer.data(), head + 4);
+        shapes.push_back({longer, TRDCOMP_WARN_HEADER_LENGTH});
+        if (packed.size() > std::size_t(head) + 2) {
+          shapes.push_back(
+              {Bytes(packed.begin(), packed.begin() + (packed.size() + head) / 2), -1});
+          shapes.push_back({Bytes(packed.begin(), packed.end() - 1), -1});
+        }
+        for (const auto& [bytes, warning] : shapes) {
+          const Result want = library(bytes, request);
+          Result got;
+          void* out = nullptr;
+          std::size_t n = 0, count = 0;
+          trdcomp_warning w[8];
+          got.status = trdcomp_restore_ex(bytes.data(), bytes.size(),
+                                          request ? TRDCOMP_REQUEST : TRDCOMP_ANSWER, 0, 0, &out,
+                                          &n, w, 8, &count, &got.err);
+          if (out)
+            got.bytes.assign(static_cast<unsigned char*>(out),
+                             static_cast<unsigned char*>(out) + n);
+          trdcomp_release(out);
+          const std::string what = std::to_string(e->number) + (request ? " request" : " answer") +
+                                   " nibble " + std::to_string(nibble) + " of " +
+                                   std::to_string(bytes.size()) + " bytes";
+          ASSERT_EQ(got.status, want.status) << what << ": " << got.err.message;
+          EXPECT_EQ(got.bytes, want.bytes) << what;
+          ++compared;
+          for (std::size_t k = 0; k < count && k < 8; ++k) {
+            ++warned[w[k].code];
+            EXPECT_GE(w[k].offset, 0) << what;
+            EXPECT_LE(w[k].offset, std::int64_t(bytes.size())) << what;
+          }
+          if (warning > 0 && want.status == TRDCOMP_OK) {
+            EXPECT_TRUE(count > 0 && w[0].code == warning) << what;
+          } else if (warning == 0) {
+            EXPECT_EQ(count, 0u) << what << ": " << w[0].message;
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(compared, 800);
+  EXPECT_GT(warned[TRDCOMP_WARN_RECORDS_MISSING], 100);
+  EXPECT_GT(warned[TRDCOMP_WARN_RECORD_CUT], 100);
+}
+
+// Refusals carry the entry point's reason and, where the header says it, the offset.
+TEST(CInterface, RefusesWithTheEntryPointsReasonAndItsOffset) {
   const auto sent = trdcomp::samples::makeRequest(1002, 0, 4, 9);
   const Bytes packed = pack(rawRequest(sent)).bytes;
   auto with = [&](std::size_t at, std::int32_t v) {
@@ -86,24 +171,25 @@ TEST(CInterface, RefusesFaultsWithTheirClassAndOffset) {
     int code;
     std::int64_t offset;
   } cases[] = {
-      {"header cut", Bytes(packed.begin(), packed.begin() + 60), TRDCOMP_ERROR_TRUNCATED, 60},
-      {"record cut", Bytes(packed.begin(), packed.end() - 1), TRDCOMP_ERROR_TRUNCATED, -2},
-      {"unknown number", with(4, 1022), TRDCOMP_ERROR_UNKNOWN_FUNCTION, 4},
-      {"header length beyond", with(0, 4000), TRDCOMP_ERROR_HEADER, 0},
-      {"negative count", with(68, -2), TRDCOMP_ERROR_HEADER, 68},
-      {"huge count", with(68, 1 << 30), TRDCOMP_ERROR_TOO_LARGE, 68},
+      {"header cut", Bytes(packed.begin(), packed.begin() + 60), TRDCOMP_ERROR_HEADER_LENGTH, 0},
+      {"unknown number, packed", with(4, 1022), TRDCOMP_ERROR_PACKED_UNKNOWN, 8},
+      {"header length beyond", with(0, 4000), TRDCOMP_ERROR_HEADER_LENGTH, 0},
+      {"negative count", with(68, -2), TRDCOMP_ERROR_NEGATIVE_SIZE, 68},
+      {"huge count", with(68, 1 << 30), TRDCOMP_ERROR_COUNT_BEYOND_INPUT, 68},
   };
   for (const Case& c : cases) {
-    const Result r = restore(c.bytes);
-    EXPECT_EQ(r.status, c.code) << c.what << ": " << r.err.message;
-    EXPECT_EQ(r.err.code, c.code) << c.what;
-    if (c.offset != -2) {
-      EXPECT_EQ(r.err.offset, c.offset) << c.what;
-    }
-    EXPECT_TRUE(r.bytes.empty()) << c.what;
+    void* out = nullptr;
+    std::size_t n = 0;
+    trdcomp_error err{};
+    const int status =
+        trdcomp_restore(c.bytes.data(), c.bytes.size(), TRDCOMP_REQUEST, 0, 0, &out, &n, &err);
+    EXPECT_EQ(status, c.code) << c.what << ": " << err.message;
+    EXPECT_EQ(err.code, c.code) << c.what;
+    EXPECT_EQ(err.offset, c.offset) << c.what;
+    EXPECT_EQ(out, nullptr) << c.what;
   }
   EXPECT_EQ(pack(packed).err.offset, 8);  // packed already
-  EXPECT_EQ(restore(packed, 100).status, TRDCOMP_ERROR_TOO_LARGE);
+  EXPECT_EQ(restore(packed, 100).status, TRDCOMP_ERROR_LIMIT);
 }
 
 TEST(CInterface, DamagedMessagesAreRestoredOrRefused) {
@@ -156,7 +242,8 @@ TEST(CInterface, DescribesEveryNumber) {
     }
   }
   trdcomp_message_info info;
-  EXPECT_EQ(trdcomp_describe(1022, TRDCOMP_REQUEST, TRDCOMP_CODEC_2008, &info), TRDCOMP_ERROR_UNKNOWN_FUNCTION);
+  EXPECT_EQ(trdcomp_describe(1022, TRDCOMP_REQUEST, TRDCOMP_CODEC_2008, &info),
+            TRDCOMP_ERROR_UNKNOWN_FUNCTION);
   EXPECT_EQ(trdcomp_describe(1002, TRDCOMP_REQUEST, 2010, &info), TRDCOMP_ERROR_ARGUMENT);
 }
 
