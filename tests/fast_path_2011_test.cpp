@@ -184,18 +184,18 @@ TEST(FastPath2011, EncodeGivesTheReferenceBytes) {
 // The fast path's own outcomes on the counted group of request 1260 (count at 145, twelve
 // entries of char, char and short string [16] from 149): bytes written against a previous record
 // that holds more entries, and the entries past the count.
-const Layout& request1260() {
-  for (const Layout& l : trdcomp::records::kRequestLayouts)
-    if (l.number == 1260) return l;
-  ADD_FAILURE() << "no layout 1260";
-  return trdcomp::records::kRequestLayouts[0];
+template <class Table>
+constexpr const Layout& layoutOf(const Table& table, std::uint16_t number) {
+  for (const Layout& l : table)
+    if (l.number == number) return l;
+  return table[0];
 }
+constexpr const Layout& kRequest1260 = layoutOf(trdcomp::records::kRequestLayouts, 1260);
+static_assert(kRequest1260.number == 1260 && kRequest1260.fields[8].kind == Kind::Group &&
+              kRequest1260.fields[8].offset == 149 && kRequest1260.fields[8].countOffset == 145);
 
 TEST(FastPath2011, GroupEntriesPastTheCountEndZero) {
-  const Layout& l = request1260();
-  ASSERT_TRUE(trdcomp::records::prepared2011(l, Part::Whole));
-  const Field& group = l.fields[8];
-  ASSERT_EQ(group.kind, Kind::Group);
+  const Layout& l = kRequest1260;
   struct Case {
     const char* name;
     std::int32_t before, now;  // counts of the previous and the current record
@@ -230,12 +230,9 @@ TEST(FastPath2011, GroupEntriesPastTheCountEndZero) {
 // slot (perhaps fresh pages) is left untouched past the characters read (answer 1116: a text of
 // 32768 bytes at 40). The slot is marked to show what was written.
 TEST(FastPath2011, WideFieldWritesOnlyWhatTheSlotNeeds) {
-  const Layout* l = nullptr;
-  for (const Layout& a : trdcomp::records::kAnswerLayouts)
-    if (a.number == 1116) l = &a;
-  ASSERT_NE(l, nullptr);
+  constexpr const Layout* l = &layoutOf(trdcomp::records::kAnswerLayouts, 1116);
   constexpr std::size_t kSize = 32808;
-  ASSERT_EQ(l->size, kSize);
+  static_assert(l->number == 1116 && l->size == kSize);
   Bytes prior(kSize, 0), record(kSize, 0);
   for (int i = 0; i < 3; ++i) {
     prior[40 + i] = static_cast<unsigned char>('a' + i);
@@ -263,8 +260,8 @@ TEST(FastPath2011, WideFieldWritesOnlyWhatTheSlotNeeds) {
 // and the rest of its array zero, not the previous record's characters (answer 1000: char[256]
 // string, char[48] string, byte block [16]).
 TEST(FastPath2011, TextCutByTheInputEndsZero) {
-  const Layout& l = trdcomp::records::kAnswerLayouts[0];
-  ASSERT_EQ(l.number, 1000);
+  constexpr const Layout& l = trdcomp::records::kAnswerLayouts[0];
+  static_assert(l.number == 1000);
   Bytes prior(l.size, 'p');
   prior[255] = prior[303] = 0;
   const InView priorView(prior.data(), static_cast<std::int64_t>(prior.size()));
