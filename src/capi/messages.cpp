@@ -8,7 +8,9 @@
 
 #include "TrdCompData.h"
 #include "capi/tables.h"
+#include "capi/walk.h"
 #include "primitives/bytes.h"
+#include "primitives/header.h"
 
 namespace trdcomp::capi {
 namespace {
@@ -46,31 +48,16 @@ std::int64_t mulAdd(std::int64_t a, std::int64_t b, std::int64_t c) {
   return std::min(kBig, a * b + c);
 }
 
-// The direction asked for, or the one the header length names.
-int directionOf(const Input& in, int direction, trdcomp_error* err, int& out) {
-  if (direction == TRDCOMP_REQUEST || direction == TRDCOMP_ANSWER) {
-    out = direction;
-    return TRDCOMP_OK;
-  }
-  if (direction != TRDCOMP_DETECT) return fail(err, TRDCOMP_ERROR_ARGUMENT, -1, "unknown direction");
-  if (!in.has(0, 4))
-    return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n, "the message is %lld bytes, too short for a header",
-                ll(in.n));
-  out = trdcomp_direction(in.p, static_cast<std::size_t>(in.n));
-  if (out < 0)
-    return fail(err, TRDCOMP_ERROR_HEADER, 0,
-                "header length %d is neither 76 (a request) nor 96 (an answer)", in.i32(0));
-  return TRDCOMP_OK;
-}
-
 // The header common to both directions: its size, the function number.
 int checkHeader(const Input& in, int direction, trdcomp_error* err, const frame::Entry*& entry) {
   const std::int64_t header = direction == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
   if (!in.has(0, header))
-    return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n, "the message is %lld bytes, an %s header is %lld",
-                ll(in.n), direction == TRDCOMP_REQUEST ? "request" : "answer", ll(header));
+    return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n,
+                "the message is %lld bytes, an %s header is %lld", ll(in.n),
+                direction == TRDCOMP_REQUEST ? "request" : "answer", ll(header));
   entry = frame::find(in.u32(4));
-  if (!entry) return fail(err, TRDCOMP_ERROR_UNKNOWN_FUNCTION, 4, "unknown function number %u", in.u32(4));
+  if (!entry)
+    return fail(err, TRDCOMP_ERROR_UNKNOWN_FUNCTION, 4, "unknown function number %u", in.u32(4));
   return TRDCOMP_OK;
 }
 
@@ -141,172 +128,21 @@ int checkRawRecords(const Input& in, std::int64_t at, std::int64_t count, std::i
 
 // Packed records of the 2008 codec (a u32 length, then the record) or blocks of the 2011 Fast
 // codec (a u16 length, then the block), `count` of them from `pos`.
-int walkRecords(const Input& in, std::int64_t& pos, std::int64_t count, int prefix,
-                const char* what, trdcomp_error* err) {
-  for (std::int64_t i = 0; i < count; ++i) {
-    if (!in.has(pos, prefix))
-      return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "%s: the message ends before record %lld of %lld",
-                  what, ll(i), ll(count));
-    const std::int64_t length = prefix == 4 ? in.u32(pos) : in.u16(pos);
-    if (!in.has(pos + prefix, length))
-      return fail(err, TRDCOMP_ERROR_TRUNCATED, pos,
-                  "%s: record %lld claims %lld bytes, %lld remain after its length", what, ll(i),
-                  ll(length), ll(in.n - pos - prefix));
-    pos += prefix + length;
+// Where the fault that made the restore refuse lies, as far as the frame tells.
+std::int64_t refusalOffset(const Walked& w, int direction, int reason) {
+  const std::int64_t count =
+      direction == TRDCOMP_REQUEST ? header::Request::kCount : header::Answer::kCount;
+  switch (reason) {
+    case TRDCOMP_ERROR_COUNT_MISMATCH: return w.refusalAt;
+    case TRDCOMP_ERROR_HEADER_LENGTH: return header::Request::kLength;
+    case TRDCOMP_ERROR_PACKED_UNKNOWN:
+    case TRDCOMP_ERROR_SECTION_BIT: return header::Request::kFlags;
+    case TRDCOMP_ERROR_NEGATIVE_SIZE:
+    case TRDCOMP_ERROR_COUNT_BEYOND_INPUT:
+    case TRDCOMP_ERROR_TOO_LARGE:
+    case TRDCOMP_ERROR_LIMIT: return count;
+    default: return -1;
   }
-  return TRDCOMP_OK;
-}
-
-int checkRestoredLength(std::int64_t length, std::int64_t limit, std::int64_t at,
-                        trdcomp_error* err) {
-  if (length > limit || length > INT32_MAX - 1024)
-    return fail(err, TRDCOMP_ERROR_TOO_LARGE, at,
-                "the restored message would be %lld bytes, above the limit of %lld", ll(length),
-                ll(std::min<std::int64_t>(limit, INT32_MAX - 1024)));
-  return TRDCOMP_OK;
-}
-
-// A packed request as the restore entry point will read it.
-int checkPackedRequest(const Input& in, const frame::Entry& e, std::int64_t limit,
-                       trdcomp_error* err) {
-  const std::int32_t headLen = in.i32(0);
-  const u8 flags = in.p[8];
-  const int codec = (flags >> 4) ? 1 : 0;
-  const Records r = recordsOf(e, TRDCOMP_REQUEST, codec);
-  if (r.form == TRDCOMP_FORM_NO_BODY) return TRDCOMP_OK;
-  if (r.form == TRDCOMP_FORM_PASS_THROUGH) {
-    if (flags & 1)
-      return fail(err, TRDCOMP_ERROR_HEADER, 8,
-                  "flags bit 0 (packed) is set, but request %u has no layout and passes through",
-                  e.number);
-    return TRDCOMP_OK;
-  }
-  const Layout& layout = *r.sections[0];
-  if ((flags & 2) && (codec == 0 || !layout.keepsSectionBit))
-    return fail(err, TRDCOMP_ERROR_HEADER, 8, "flags bit 1 (section table) is set in a request");
-  const std::int32_t count = in.i32(68);
-  if (count < 0) return fail(err, TRDCOMP_ERROR_HEADER, 68, "record count %d is negative", count);
-  if (int s = checkRestoredLength(mulAdd(count, layout.size, kRequestHeader), limit, 68, err))
-    return s;
-  if (!(flags & 1)) {
-    const std::int32_t size = in.i32(72);
-    if (size < 0) return fail(err, TRDCOMP_ERROR_HEADER, 72, "record size %d is negative", size);
-    return checkRawRecords(in, kRequestHeader, count, size, "records", err);
-  }
-  std::int64_t pos = headLen;
-  if (codec == 1) {
-    if (!in.has(pos, 2))
-      return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "the 16-bit record count of the body is cut off");
-    if (in.u16(pos) != count)
-      return fail(err, TRDCOMP_ERROR_COUNT_MISMATCH, pos, "the body counts %u records, the header %d (offset 68)",
-                  in.u16(pos), count);
-    pos += 2;
-  }
-  return walkRecords(in, pos, count, codec == 1 ? 2 : 4, "records", err);
-}
-
-// A 2011 Fast dictionary section: entries, the section's count, the reduced records.
-int walkDictionary(const Input& in, std::int64_t& pos, std::int64_t count, int section,
-                   trdcomp_error* err) {
-  if (!in.has(pos, 2))
-    return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "section %d: the dictionary size is cut off",
-                section);
-  const std::int64_t entries = in.u16(pos);
-  pos += 2;
-  if (int s = walkRecords(in, pos, entries, 2, "dictionary", err)) return s;
-  if (!in.has(pos, 2))
-    return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "section %d: the record count is cut off", section);
-  if (in.u16(pos) != count)
-    return fail(err, TRDCOMP_ERROR_COUNT_MISMATCH, pos, "section %d counts %u records, the header %lld", section,
-                in.u16(pos), ll(count));
-  pos += 2;
-  return walkRecords(in, pos, count, 2, "records", err);
-}
-
-int checkPackedAnswer(const Input& in, const frame::Entry& e, std::int64_t limit,
-                      trdcomp_error* err) {
-  const std::int64_t headLen = in.i32(0);
-  const u8 flags = in.p[8];
-  const int codec = (flags >> 4) ? 1 : 0;
-  const Records r = recordsOf(e, TRDCOMP_ANSWER, codec);
-  if (r.form == TRDCOMP_FORM_NO_BODY) return TRDCOMP_OK;
-  if (r.form == TRDCOMP_FORM_PASS_THROUGH || (codec == 0 && !(flags & 1))) {
-    if (r.form == TRDCOMP_FORM_PASS_THROUGH && (flags & 1))
-      return fail(err, TRDCOMP_ERROR_HEADER, 8,
-                  "flags bit 0 (packed) is set, but answer %u has no layout and passes through",
-                  e.number);
-    Sections sections;
-    if (int s = readSections(in, headLen, flags & 2, true, err, sections)) return s;
-    std::int64_t at = headLen + sections.table, restored = kAnswerHeader + sections.table;
-    for (int k = 0; k < sections.count; ++k) {
-      if (int s = checkRawRecords(in, at, sections.s[k].count, sections.s[k].size, "section", err))
-        return s;
-      at = mulAdd(sections.s[k].count, sections.s[k].size, at);
-      const std::int64_t size = r.form == TRDCOMP_FORM_RECORDS && k < r.sectionCount
-                                    ? r.sections[k]->size
-                                    : sections.s[k].size;
-      restored = mulAdd(sections.s[k].count, size, restored);
-    }
-    return checkRestoredLength(restored, limit, 88, err);
-  }
-  if (!(flags & 1))
-    return fail(err, TRDCOMP_ERROR_HEADER, 8,
-                "flags bit 0 (packed) is clear, but the 2011 codec has no plain form of answers");
-
-  std::int64_t pos = headLen;
-  std::int64_t counts[TRDCOMP_MAX_SECTIONS] = {};
-  std::int64_t countAt[TRDCOMP_MAX_SECTIONS] = {88, 88, 88};
-  int sectionCount = r.sectionCount;
-  if (codec == 0) {
-    Sections sections;
-    if (int s = readSections(in, pos, flags & 2, false, err, sections)) return s;
-    pos += sections.table;
-    const int pairs = (flags & 2) ? sections.count : 0;
-    if (r.sectionCount > 1 && r.sections[1]->optional && pairs < 2) sectionCount = 1;
-    for (int k = 0; k < sectionCount && k < sections.count; ++k) {
-      counts[k] = sections.s[k].count;
-      countAt[k] = sections.s[k].countAt;
-    }
-  } else if (sectionCount > 1) {
-    for (int k = 0; k < sectionCount; ++k, pos += 2) {
-      if (!in.has(pos, 2))
-        return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "the 16-bit count of section %d is cut off", k);
-      counts[k] = in.u16(pos);
-      countAt[k] = pos;
-    }
-  } else {
-    counts[0] = in.i32(88);
-    if (counts[0] < 0)
-      return fail(err, TRDCOMP_ERROR_HEADER, 88, "record count %lld is negative", ll(counts[0]));
-  }
-  std::int64_t restored = kAnswerHeader + (sectionCount > 1 ? 4 + 8 * sectionCount : 0);
-  for (int k = 0; k < sectionCount; ++k)
-    restored = mulAdd(counts[k], r.sections[k]->size, restored);
-  if (int s = checkRestoredLength(restored, limit, countAt[0], err)) return s;
-
-  for (int k = 0; k < sectionCount; ++k) {
-    char what[32];
-    std::snprintf(what, sizeof what, "section %d", k);
-    int s;
-    if (codec == 0) {
-      s = walkRecords(in, pos, counts[k], 4, what, err);
-    } else if (r.sections[k]->dictionary) {
-      s = walkDictionary(in, pos, counts[k], k, err);
-    } else {
-      if (sectionCount == 1) {
-        if (!in.has(pos, 2))
-          return fail(err, TRDCOMP_ERROR_TRUNCATED, pos, "the 16-bit record count is cut off");
-        if (in.u16(pos) != counts[0])
-          return fail(err, TRDCOMP_ERROR_COUNT_MISMATCH, pos,
-                      "the body counts %u records, the header %lld (offset 88)", in.u16(pos),
-                      ll(counts[0]));
-        pos += 2;
-      }
-      s = walkRecords(in, pos, counts[k], 2, what, err);
-    }
-    if (s) return s;
-  }
-  return TRDCOMP_OK;
 }
 
 // The output buffer of a pack, of the library's bound for the message.
@@ -316,7 +152,8 @@ int allocateOutput(std::int64_t bound, trdcomp_error* err, u8*& out) {
                 "the packed message could need %lld bytes, more than a message may hold",
                 ll(bound));
   out = static_cast<u8*>(std::calloc(static_cast<std::size_t>(bound), 1));
-  if (!out) return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory for %lld bytes", ll(bound));
+  if (!out)
+    return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory for %lld bytes", ll(bound));
   return TRDCOMP_OK;
 }
 
@@ -365,8 +202,8 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
 int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, void** out,
                std::size_t* outLen, trdcomp_error* err) {
   if (in.i32(0) != kAnswerHeader)
-    return fail(err, TRDCOMP_ERROR_HEADER, 0, "header length %d: a plain answer's header is 96 bytes",
-                in.i32(0));
+    return fail(err, TRDCOMP_ERROR_HEADER, 0,
+                "header length %d: a plain answer's header is 96 bytes", in.i32(0));
   const u8 flags = in.p[8];
   const bool noBody = e.answerForm == frame::AnswerForm::NoBody;
   Sections sections;
@@ -448,13 +285,13 @@ int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int 
   if (raw_len > static_cast<size_t>(INT32_MAX))
     return fail(err, TRDCOMP_ERROR_TOO_LARGE, -1, "a message is at most 2 GiB");
   const Input in{static_cast<const trdcomp::u8*>(raw), static_cast<std::int64_t>(raw_len)};
-  int dir;
+  int dir = TRDCOMP_REQUEST;
   const trdcomp::frame::Entry* e = nullptr;
-  if (int s = directionOf(in, direction, err, dir)) return s;
+  if (int s = directionOf(trdcomp::InView(in.p, in.n), direction, err, dir)) return s;
   if (int s = checkHeader(in, dir, err, e)) return s;
   if (in.p[8] & 1)
-    return fail(err, TRDCOMP_ERROR_HEADER, 8, "flags bit 0 (packed) is set: the %s is packed already",
-                kDirection[dir]);
+    return fail(err, TRDCOMP_ERROR_HEADER, 8,
+                "flags bit 0 (packed) is set: the %s is packed already", kDirection[dir]);
   int nibble = in.p[8] >> 4;
   if (codec == TRDCOMP_CODEC_2008)
     nibble = 0;
@@ -468,30 +305,28 @@ int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int 
 
 int trdcomp_restore(const void* packed, size_t length, int direction, int flag, size_t max_len,
                     void** out, size_t* out_len, trdcomp_error* err) {
-  if (!packed || !out || !out_len) return fail(err, TRDCOMP_ERROR_ARGUMENT, -1, "null argument");
+  return trdcomp_restore_ex(packed, length, direction, flag, max_len, out, out_len, nullptr, 0,
+                            nullptr, err);
+}
+
+int trdcomp_restore_ex(const void* packed, size_t length, int direction, int flag, size_t max_len,
+                       void** out, size_t* out_len, trdcomp_warning* warnings, size_t capacity,
+                       size_t* warning_count, trdcomp_error* err) {
+  if (warning_count) *warning_count = 0;
+  if (!packed || !out || !out_len)
+    return fail(err, TRDCOMP_ERROR_NULL_ARGUMENT, -1, "null argument");
   *out = nullptr;
   *out_len = 0;
   if (length > static_cast<size_t>(INT32_MAX))
     return fail(err, TRDCOMP_ERROR_TOO_LARGE, -1, "a message is at most 2 GiB");
-  const Input in{static_cast<const trdcomp::u8*>(packed), static_cast<std::int64_t>(length)};
-  int dir;
-  const trdcomp::frame::Entry* e = nullptr;
-  if (int s = directionOf(in, direction, err, dir)) return s;
-  if (int s = checkHeader(in, dir, err, e)) return s;
-  const std::int64_t header = dir == TRDCOMP_REQUEST ? kRequestHeader : kAnswerHeader;
-  if (in.i32(0) > in.n)
-    return fail(err, TRDCOMP_ERROR_HEADER, 0,
-                "header length %d is beyond the %lld bytes of the message", in.i32(0), ll(in.n));
-  if (in.i32(0) < header)
-    return fail(err, TRDCOMP_ERROR_HEADER, 0, "header length %d is shorter than the %lld-byte header",
-                in.i32(0), ll(header));
+  const trdcomp::InView in(packed, static_cast<std::int64_t>(length));
+  int dir = TRDCOMP_REQUEST;
+  if (int s = trdcomp::capi::directionOf(in, direction, err, dir)) return s;
+  const Walked w = walk(in, dir);
+  reportNotes(w, warnings, capacity, warning_count);
   const std::int64_t limit =
       max_len ? static_cast<std::int64_t>(std::min<size_t>(max_len, size_t(INT32_MAX)))
               : kDefaultLimit;
-  if (int s = dir == TRDCOMP_REQUEST ? checkPackedRequest(in, *e, limit, err)
-                                     : checkPackedAnswer(in, *e, limit, err))
-    return s;
-
   char* restored = nullptr;
   int restoredLen = 0, reason = 0;
   char* bytes = const_cast<char*>(static_cast<const char*>(packed));
@@ -503,21 +338,46 @@ int trdcomp_restore(const void* packed, size_t length, int direction, int flag, 
           : CTrdCompData::RestoreAns2008Ex(bytes, static_cast<int>(length), &restored, restoredLen,
                                            static_cast<char>(flag), ceiling, &reason);
   if (!ok)
-    return fail(err, reason, -1, "the %s codec refused %s %u: %s", (in.p[8] >> 4) ? "2011" : "2008",
-                kDirection[dir], e->number, CTrdCompData::ErrorName(reason));
+    return fail(err, reason, refusalOffset(w, dir, reason), "the %s of %s %u is refused: %s",
+                trdcomp::header::View(in).flags().codec() ? "2011 Fast restore" : "2008 restore",
+                kDirection[dir], trdcomp::header::View(in).function(),
+                CTrdCompData::ErrorName(reason));
   // A message without body restores to nothing: its header (and table) stand for it.
   const char* from = restored ? restored : static_cast<const char*>(packed);
-  const std::int64_t n = restored ? restoredLen : in.n;
-  if (!restored && recordsOf(*e, dir, 0).form != TRDCOMP_FORM_NO_BODY)
+  const std::int64_t n = restored ? restoredLen : in.size();
+  if (!restored && w.records.form != TRDCOMP_FORM_NO_BODY)
     return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory");
   auto* copy = static_cast<trdcomp::u8*>(std::malloc(static_cast<size_t>(n ? n : 1)));
   if (copy) std::memcpy(copy, from, static_cast<size_t>(n));
   CTrdCompData::ReleaseAnsData(restored);
   if (!copy) return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory for %lld bytes", ll(n));
-  copy[8] &= static_cast<trdcomp::u8>(~1u);  // the body now holds plain records
+  // The body now holds plain records.
+  if (n > trdcomp::header::Request::kFlags)
+    trdcomp::header::flagsByte(copy) &= static_cast<trdcomp::u8>(~trdcomp::header::Flags::kPacked);
   *out = copy;
   *out_len = static_cast<size_t>(n);
   return TRDCOMP_OK;
+}
+
+int trdcomp_frame_of(const void* message, size_t length, int direction, int, trdcomp_frame* frame,
+                     trdcomp_warning* warnings, size_t capacity, size_t* warning_count,
+                     trdcomp_error* err) {
+  if (warning_count) *warning_count = 0;
+  if (!message || !frame) return fail(err, TRDCOMP_ERROR_NULL_ARGUMENT, -1, "null argument");
+  if (length > static_cast<size_t>(INT32_MAX))
+    return fail(err, TRDCOMP_ERROR_TOO_LARGE, -1, "a message is at most 2 GiB");
+  const trdcomp::InView in(message, static_cast<std::int64_t>(length));
+  int dir = TRDCOMP_REQUEST;
+  if (int s = trdcomp::capi::directionOf(in, direction, err, dir)) return s;
+  const Walked w = walk(in, dir);
+  describeFrame(w, in, dir, *frame);
+  reportNotes(w, warnings, capacity, warning_count);
+  if (w.refusal) return fail(err, w.refusal, w.refusalAt, "%s", CTrdCompData::ErrorName(w.refusal));
+  return TRDCOMP_OK;
+}
+
+const char* trdcomp_status_name(int code) {
+  return CTrdCompData::ErrorName(code);
 }
 
 void trdcomp_release(void* data) {

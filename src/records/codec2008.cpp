@@ -317,8 +317,14 @@ constexpr std::int64_t kUnfilled = -1;
 // or kUnfilled comes back.
 template <Reads kReads, bool kFill>
 std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t available,
-                          u8* record, std::int64_t room, char flag) {
+                          u8* record, std::int64_t room, char flag, FieldTrace* trace = nullptr) {
   std::int64_t pos = 0;
+  // Only the reference reads tell an observer where each field lay.
+  const auto traced = [&](const FieldOp* f, std::int64_t entry, std::int64_t at,
+                          std::int64_t from) {
+    if constexpr (kReads == Reads::Checked)
+      if (trace) trace->field(static_cast<int>(f - layout.opsBegin()), entry, at, from, pos);
+  };
   Spill spill;
   spill.reach = layout.size;
   for (const FieldOp* f = layout.opsBegin(); f != layout.opsEnd(); ++f) {
@@ -347,15 +353,19 @@ std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t a
       }
     }
     if (f->kind != Kind::Group) {
+      const std::int64_t from = pos;
       decodeOne<kReads, kFill>(*f, in, pos, record, room, 0, flag, spill);
+      traced(f, -1, f->offset, from);
       continue;
     }
     const std::int64_t n = groupEntries(*f, loadI32(record + f->countOffset));
     for (std::int64_t e = 0; e < n; ++e) {
       for (std::uint16_t m = 1; m <= f->members; ++m) {
         if (pos >= available) return kFill ? kUnfilled : spill.reach;
+        const std::int64_t from = pos;
         decodeOne<kReads, kFill>(f[m], in, pos, record, room, f->offset + e * f->stride, flag,
                                  spill);
+        traced(f + m, e, f->offset + e * f->stride + f[m].offset, from);
       }
     }
     // The entries past the count restore as zeros.
@@ -433,8 +443,8 @@ std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* 
 }
 
 std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
-                               u8* record, std::int64_t room, char flag) {
-  return decodeFields<Reads::Checked, false>(layout, in, available, record, room, flag);
+                               u8* record, std::int64_t room, char flag, FieldTrace* trace) {
+  return decodeFields<Reads::Checked, false>(layout, in, available, record, room, flag, trace);
 }
 
 }  // namespace trdcomp::records

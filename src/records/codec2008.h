@@ -5,6 +5,7 @@
 
 #include "primitives/bytes.h"
 #include "records/layout.h"
+#include "records/trace.h"
 
 namespace trdcomp::records {
 
@@ -34,8 +35,10 @@ std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t ava
 // wholly inside its input (see insideForDecode2008) without checking a byte; tests and the
 // differential fuzzer compare them with these on the same bytes.
 std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag);
+// `trace`, when set, is told where each field lay in the input.
 std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
-                               u8* record, std::int64_t room, char flag);
+                               u8* record, std::int64_t room, char flag,
+                               FieldTrace* trace = nullptr);
 // Whether decode2008 takes the unchecked reads for this record.
 bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t available);
 

@@ -955,7 +955,7 @@ std::uint32_t encode2011Checked(const Layout& layout, Part part, const InView& c
 
 std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& in,
                                 std::int64_t length, u8* record, std::int64_t room,
-                                const Previous& previous) {
+                                const Previous& previous, FieldTrace* trace) {
   const std::int64_t size = std::min<std::int64_t>(layout.size, room);
   // The map ends at the first byte with bit 7 within the block; without one, every field is
   // absent.
@@ -971,7 +971,8 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
   // bytes between fields, which restore as zero in both. One copy does it.
   bool any = false;
   for (std::int64_t i = 0; i < m; ++i) any = any || (in.at(i) & 0x7F);
-  if (!any && prior && previous.record->size() >= size) {
+  if (trace) trace->map(m);
+  if (!any && prior && previous.record->size() >= size && !trace) {
     copyRecord(record, prior, size);
     return previous.index;
   }
@@ -980,21 +981,29 @@ std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& i
   int j = 0;
   std::uint16_t index = 0;
   if (part == Part::Reduced) {
-    if (present(0))
+    if (trace) trace->place(0, -2, -1);
+    if (present(0)) {
+      const std::int64_t from = pos;
       index = static_cast<std::uint16_t>(stopbit::readSigned<std::int32_t>(in, pos));
-    else
+      if (trace) trace->index(from, pos);
+    } else {
       index = previous.index;
+    }
     j = 1;
   }
   forEachField(layout, part,
                [&](const Field& f, std::int64_t at, const Field* group, std::int64_t entry) {
+                 const int fieldIndex = static_cast<int>(&f - layout.begin());
+                 if (trace) trace->place(j, fieldIndex, group ? entry : -1);
                  if (group && entry >= groupEntries(*group, loadI32(record + group->countOffset))) {
                    ++j;  // past the count: stays zero
                    return;
                  }
-                 if (present(j))
+                 if (present(j)) {
+                   const std::int64_t from = pos;
                    readField(f, in, pos, record, written, previous.record, at);
-                 else if (prior)
+                   if (trace) trace->field(fieldIndex, group ? entry : -1, at, from, pos);
+                 } else if (prior)
                    copyRecord(record + at, prior + at, f.width);
                  else
                    setDefault(f, record + at);

@@ -10,6 +10,7 @@
 
 #include "primitives/bytes.h"
 #include "records/layout.h"
+#include "records/trace.h"
 
 namespace trdcomp::records {
 
@@ -85,10 +86,11 @@ std::uint16_t decode2011(const Layout& layout, Part part, const InView& in, std:
                          u8* record, std::int64_t room, const Previous& previous,
                          Slot slot = Slot::Zero);
 
-// The reference decoder: field by field in layout order, every byte read through a check.
+// The reference decoder: field by field in layout order, every byte read through a check;
+// `trace`, when set, is told where the map and each field lie.
 std::uint16_t decode2011Checked(const Layout& layout, Part part, const InView& in,
                                 std::int64_t length, u8* record, std::int64_t room,
-                                const Previous& previous);
+                                const Previous& previous, FieldTrace* trace = nullptr);
 
 // Whether decode2011 takes the prepared field table for blocks of `part` of this layout.
 bool prepared2011(const Layout& layout, Part part);
