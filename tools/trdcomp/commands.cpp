@@ -333,6 +333,7 @@ int restore(const Options& o) {
   if (in.empty()) throw Error("empty input");
   if (looksLikeJson(in)) throw Error("restore reads a packed message, not JSON (use pack)");
   const int direction = directionOf(o, in);
+  Header::read(in.data(), in.size(), direction);  // refuses a message shorter than its header
   std::vector<Warning> warnings;
   const Bytes raw = restoreBytes(in, direction, o.flag, o.maxSize, 0, &warnings);
   const std::string text =
@@ -453,7 +454,7 @@ int stats(const Options& o) {
         const Header header = Header::read(message.data(), message.size(), direction);
         const bool packed = header.flags() & TRDCOMP_FLAG_PACKED;
         // Packed messages are measured restored, raw ones packed from the library's raw form.
-        const Bytes restored = restoreBytes(message, direction, o.flag, o.maxSize, base);
+        const Bytes restored = normalise(message, direction, o.flag, o.maxSize, nullptr, base);
         const std::size_t raw = packed ? restored.size() : message.size();
         const std::size_t small =
             packed ? message.size() : packBytes(restored, direction, 0, o.flag, base).size();

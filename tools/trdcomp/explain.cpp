@@ -318,6 +318,7 @@ int explain(const Options& o) {
   if (in.empty()) throw Error("empty input");
   if (looksLikeJson(in)) throw Error("explain reads a message's bytes, not JSON (pack it first)");
   const int direction = directionOf(o, in);
+  Header::read(in.data(), in.size(), direction);  // refuses a message shorter than its header
   const Explanation e = explainBytes(in, direction, o.flag, o.maxSize);
   // The items cover the input once, in order; a gap or an overlap would mislead whoever reads
   // the listing, so it is refused rather than printed.

@@ -61,11 +61,11 @@ Loaded loadBytes(const Options& o, const Bytes& in, const Names& names, bool all
                 offsetof(trdcomp_request_header, flags));
   // A raw message restores to the library's raw form too: headers of 76 or 96 bytes, records
   // of the layout's size.
-  l.raw = restoreBytes(in, direction, o.flag, o.maxSize, 0, &l.warnings);
+  l.raw = normalise(in, direction, o.flag, o.maxSize, &l.warnings);
   l.message = fromRestored(l.raw, direction, o.flag);
   if (!l.packed) {
     // The record sizes the raw input states, for the notes of inspect and check.
-    const trdcomp_frame input = frameOf(in, direction, o.flag);
+    const trdcomp_frame input = rawFrameOf(in, direction, o.flag);
     for (std::size_t k = 0; k < l.message.sections.size(); ++k)
       if (static_cast<int>(k) < input.section_count)
         l.message.sections[k].senderSize = input.sections[k].sender_size;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -178,11 +179,52 @@ trdcomp_frame frameOf(const Bytes& message, int direction, int flag) {
   return frame;
 }
 
+namespace {
+
+// The library reads an answer of the 2011 codec as blocks whatever flags bit 0 says: a receiver
+// never holds a plain one. The raw answers of this tool (what trdcomp_pack reads and a restore
+// gives) have plain records behind a section table, the form 2008 answers have, and their
+// sections share the 2008 record sizes. Such an answer is walked as that 2008 form.
+bool plain2011Answer(const Bytes& in, int direction) {
+  if (direction != TRDCOMP_ANSWER || in.size() < Header::size(direction)) return false;
+  const Header h = Header::read(in.data(), in.size(), direction);
+  return h.codec() && !(h.flags() & TRDCOMP_FLAG_PACKED);
+}
+
+Bytes with2008Nibble(Bytes in, int direction) {
+  Header h = Header::read(in.data(), in.size(), direction);
+  h.flags() &= static_cast<std::uint8_t>(~TRDCOMP_FLAG_NIBBLE_MASK);
+  const Bytes header = h.bytes();
+  std::copy(header.begin(), header.end(), in.begin());
+  return in;
+}
+
+}  // namespace
+
+Bytes normalise(const Bytes& in, int direction, int flag, long long maxSize,
+                std::vector<Warning>* warnings, std::int64_t base) {
+  if (!plain2011Answer(in, direction))
+    return restoreBytes(in, direction, flag, maxSize, base, warnings);
+  Bytes raw = restoreBytes(with2008Nibble(in, direction), direction, flag, maxSize, base, warnings);
+  Header h = Header::read(raw.data(), raw.size(), direction);
+  h.flags() = static_cast<std::uint8_t>(
+      (h.flags() & ~TRDCOMP_FLAG_NIBBLE_MASK) |
+      (in[offsetof(trdcomp_answer_header, flags)] & TRDCOMP_FLAG_NIBBLE_MASK));
+  const Bytes header = h.bytes();
+  std::copy(header.begin(), header.end(), raw.begin());
+  return raw;
+}
+
+trdcomp_frame rawFrameOf(const Bytes& raw, int direction, int flag) {
+  return plain2011Answer(raw, direction) ? frameOf(with2008Nibble(raw, direction), direction, flag)
+                                         : frameOf(raw, direction, flag);
+}
+
 Message fromRestored(const Bytes& raw, int direction, int flag) {
-  const trdcomp_frame frame = frameOf(raw, direction, flag);
+  const trdcomp_frame frame = rawFrameOf(raw, direction, flag);
   Message m;
   m.header = Header::read(raw.data(), raw.size(), frame.direction);
-  m.shape = describe(frame.function, frame.direction, frame.codec == TRDCOMP_CODEC_2011 ? 1 : 0);
+  m.shape = describe(frame.function, frame.direction, m.header.codec());
   if (m.shape.form == TRDCOMP_FORM_NO_BODY || m.shape.form == TRDCOMP_FORM_PASS_THROUGH) {
     m.body.assign(raw.begin() + static_cast<std::ptrdiff_t>(Header::size(frame.direction)),
                   raw.end());

@@ -109,6 +109,13 @@ Bytes restoreBytes(const Bytes& message, int direction, int flag, long long maxS
 // The frame of a message as the library walks it; throws Error where it refuses the message.
 trdcomp_frame frameOf(const Bytes& message, int direction, int flag);
 
+// A packed or raw message in the library's raw form: restored, and for a raw 2011 answer
+// restored from the 2008 form it shares.
+Bytes normalise(const Bytes& in, int direction, int flag, long long maxSize,
+                std::vector<Warning>* warnings = nullptr, std::int64_t base = 0);
+// The frame of a raw message, a raw 2011 answer walked as that 2008 form.
+trdcomp_frame rawFrameOf(const Bytes& raw, int direction, int flag);
+
 // Takes apart a message in the library's raw form (as restoreBytes gives it) by its frame.
 Message fromRestored(const Bytes& raw, int direction, int flag);
 // The raw message's bytes: header (count, size and table written from the sections), records.
