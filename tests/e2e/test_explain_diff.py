@@ -9,6 +9,7 @@ import struct
 import pytest
 
 HEADER_ONLY_REQUESTS = {1000, 1001}
+NO_BODY = {1017}
 DIRECTIONS_AND_CODECS = [(d, c) for d in ("request", "answer") for c in ("2008", "2011")]
 WARNING = re.compile(rb"^warning: .+ \(byte offset \d+\)$")
 
@@ -41,9 +42,10 @@ def test_restore_gives_the_library_bytes_for_every_number(run, library, samples,
         for name, message in (("packed", packed), ("raw", raw.read_bytes())):
             process = run("restore", "-", stdin=message)
             status, expected, _ = library.restore(message)
-            if process.returncode != 0 or status != 0 or process.stdout != expected:
-                failures.append((number, name, process.stderr.decode()))
-            elif process.stderr:
+            # The library reads every 2011 answer as packed: a raw one need not restore.
+            if (process.returncode, process.stdout) != ((1, b"") if status else (0, expected)):
+                failures.append((number, name, status, process.stderr.decode()))
+            elif name == "packed" and process.stderr:
                 failures.append((number, name, "warned: " + process.stderr.decode()))
     assert failures == []
 
@@ -56,15 +58,18 @@ def with_header_length(length):
     return lambda message: struct.pack("<i", length) + message[4:]
 
 
-@pytest.mark.parametrize("direction, codec, damage, args", [
-    ("answer", "2008", cut_in_the_middle, []),
-    ("answer", "2011", cut_in_the_middle, []),
-    ("request", "2008", with_header_length(0), ["--request"]),
-    ("request", "2011", with_header_length(100), ["--request"]),
-    ("request", "2008", with_header_length(100), ["--request"]),
-], ids=["answer cut 2008", "answer cut 2011", "request header 0", "request header 100 2011",
-        "request header 100 2008"])
-@pytest.mark.parametrize("packed", [True, False], ids=["packed", "raw"])
+# Packed requests read their records from the header length the sender wrote, and the library
+# reads every 2011 answer as packed: the odd forms below are those the library restores.
+@pytest.mark.parametrize("direction, codec, damage, args, packed", [
+    ("answer", "2008", cut_in_the_middle, [], True),
+    ("answer", "2008", cut_in_the_middle, [], False),
+    pytest.param("answer", "2011", cut_in_the_middle, [], True, marks=pytest.mark.xfail(
+        strict=True, reason="the library refuses 1023 cut inside its dictionary section")),
+    ("request", "2008", with_header_length(0), ["--request"], False),
+    ("request", "2011", with_header_length(100), ["--request"], False),
+    ("request", "2008", with_header_length(100), ["--request"], False),
+], ids=["answer cut 2008 packed", "answer cut 2008 raw", "answer cut 2011 packed",
+        "request header 0", "request header 100 2011", "request header 100 2008"])
 def test_odd_messages_restore_with_a_warning(run, library, samples, direction, codec, damage,
                                              args, packed):
     failures = []
@@ -75,6 +80,8 @@ def test_odd_messages_restore_with_a_warning(run, library, samples, direction, c
         message = ok(run("pack", raw)) if packed else raw.read_bytes()
         if direction == "answer" and len(cut_in_the_middle(message)) <= 96 + 8:
             continue  # nothing left to cut but the header and its table
+        if direction == "request" and len(message) < 100:
+            continue  # a header length past the end is refused, rightly
         odd = damage(message)
         tried += 1
         status, expected, warnings = library.restore(odd, 0 if args else -1)
@@ -214,8 +221,10 @@ def test_diff_finds_exactly_the_changed_field(run, samples, tmp_path, direction,
     for number, raw in numbered(samples, direction, codec):
         packed = tmp_path / "packed.bin"
         packed.write_bytes(ok(run("pack", raw)))
-        # A packed message equals itself and its raw form.
-        for other in (packed, raw):
+        # A packed message equals itself and its raw form, when the packed form carries the body.
+        carried = number not in NO_BODY and not (direction == "request" and
+                                                 number in HEADER_ONLY_REQUESTS)
+        for other in (packed, raw) if carried else (packed,):
             process = run("diff", "--json", packed, other)
             verdict = json.loads(process.stdout or b"{}")
             if process.returncode != 0 or verdict != {"equal": True, "header": [], "counts": [],

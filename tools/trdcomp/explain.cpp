@@ -319,7 +319,8 @@ int explain(const Options& o) {
   if (looksLikeJson(in)) throw Error("explain reads a message's bytes, not JSON (pack it first)");
   const int direction = directionOf(o, in);
   Header::read(in.data(), in.size(), direction);  // refuses a message shorter than its header
-  const Explanation e = explainBytes(in, direction, o.flag, o.maxSize);
+  // The header lines show the input's own flags; the library walks a raw 2011 answer as 2008.
+  const Explanation e = explainBytes(with2008Nibble(in, direction), direction, o.flag, o.maxSize);
   // The items cover the input once, in order; a gap or an overlap would mislead whoever reads
   // the listing, so it is refused rather than printed.
   std::int64_t at = 0;

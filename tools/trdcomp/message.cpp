@@ -191,15 +191,16 @@ bool plain2011Answer(const Bytes& in, int direction) {
   return h.codec() && !(h.flags() & TRDCOMP_FLAG_PACKED);
 }
 
+}  // namespace
+
 Bytes with2008Nibble(Bytes in, int direction) {
+  if (!plain2011Answer(in, direction)) return in;
   Header h = Header::read(in.data(), in.size(), direction);
   h.flags() &= static_cast<std::uint8_t>(~TRDCOMP_FLAG_NIBBLE_MASK);
   const Bytes header = h.bytes();
   std::copy(header.begin(), header.end(), in.begin());
   return in;
 }
-
-}  // namespace
 
 Bytes normalise(const Bytes& in, int direction, int flag, long long maxSize,
                 std::vector<Warning>* warnings, std::int64_t base) {

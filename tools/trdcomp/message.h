@@ -113,6 +113,8 @@ trdcomp_frame frameOf(const Bytes& message, int direction, int flag);
 // restored from the 2008 form it shares.
 Bytes normalise(const Bytes& in, int direction, int flag, long long maxSize,
                 std::vector<Warning>* warnings = nullptr, std::int64_t base = 0);
+// A raw 2011 answer as the 2008 form the library walks (its nibble cleared); else `in`.
+Bytes with2008Nibble(Bytes in, int direction);
 // The frame of a raw message, a raw 2011 answer walked as that 2008 form.
 trdcomp_frame rawFrameOf(const Bytes& raw, int direction, int flag);
 
