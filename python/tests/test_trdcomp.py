@@ -10,7 +10,7 @@ import sys
 import pytest
 
 import trdcomp
-from trdcomp import (E_BODY, E_HEADER, E_TRUNCATED, E_UNKNOWN, FORM_HEADER_ONLY, FORM_NO_BODY,
+from trdcomp import (FORM_HEADER_ONLY, FORM_NO_BODY,
                      FORM_PASS_THROUGH, KIND_BLOCK, KIND_CHAR, KIND_COUNTED_BLOCK, KIND_DOUBLE,
                      KIND_GROUP, KIND_INT32, KIND_INT64, KIND_SHORT_TEXT, KIND_TEXT)
 
@@ -143,23 +143,26 @@ def with_bytes(data, at, fmt, value):
 
 
 @pytest.mark.parametrize("make, code, offset", [
-    (lambda: packed_request()[:40], E_TRUNCATED, 40),
-    (lambda: packed_request()[:-3], E_TRUNCATED, None),
-    (lambda: with_bytes(packed_request(), 4, "<I", 5000), E_UNKNOWN, 4),
-    (lambda: with_bytes(packed_request(), 4, "<I", 1022), E_UNKNOWN, 4),
-    (lambda: with_bytes(packed_request(), 0, "<i", 1000), E_HEADER, 0),
-    (lambda: with_bytes(packed_request(), 68, "<i", -1), E_HEADER, 68),
-    (lambda: with_bytes(packed_request(), 8, "<B", 3), E_HEADER, 8),
-    (lambda: with_bytes(trdcomp.pack(message(1002, 0, 2011)), 76, "<H", 9), E_BODY, 76),
-    (lambda: with_bytes(trdcomp.pack(message(1024, 1, 2011)), 88, "<i", 3), E_BODY, None),
-], ids=["short header", "cut record", "unknown number", "gap number", "header length",
+    (lambda: packed_request()[:40], trdcomp.ERROR_HEADER_LENGTH, 0),
+    (lambda: packed_request()[:3], trdcomp.ERROR_TRUNCATED, 3),
+    (lambda: with_bytes(packed_request(), 4, "<I", 5000), trdcomp.ERROR_PACKED_UNKNOWN, 8),
+    (lambda: with_bytes(packed_request(), 4, "<I", 1022), trdcomp.ERROR_PACKED_UNKNOWN, 8),
+    (lambda: with_bytes(packed_request(), 0, "<i", 1000), trdcomp.ERROR_HEADER, 0),
+    (lambda: with_bytes(packed_request(), 68, "<i", -1), trdcomp.ERROR_NEGATIVE_SIZE, 68),
+    (lambda: with_bytes(packed_request(), 8, "<B", 3), trdcomp.ERROR_SECTION_BIT, 8),
+    (lambda: with_bytes(trdcomp.pack(message(1002, 0, 2011)), 76, "<H", 9),
+     trdcomp.ERROR_COUNT_MISMATCH, 76),
+    (lambda: with_bytes(trdcomp.pack(message(1024, 1, 2011)), 88, "<i", 3),
+     trdcomp.ERROR_COUNT_MISMATCH, None),
+], ids=["short header", "no header length", "unknown number", "gap number", "header length",
         "negative count", "section bit", "2011 count", "dictionary count"])
 def test_bad_bytes_are_refused_with_their_offset(make, code, offset):
-    with pytest.raises(trdcomp.TrdcompError) as e:
-        trdcomp.restore(make())
-    assert e.value.code == code
-    if offset is not None:
-        assert e.value.offset == offset
+    data = make()
+    for call in (trdcomp.restore, trdcomp.restore_raw, trdcomp.explain):
+        with pytest.raises(trdcomp.TrdcompError) as e:
+            call(data)
+        assert (e.value.code, e.value.offset) == (code, e.value.offset if offset is None else
+                                                  offset), call.__name__
 
 
 @pytest.mark.parametrize("sent, words", [
@@ -180,7 +183,7 @@ def test_bad_dicts_are_refused(sent, words):
 def test_pack_refuses_a_packed_message():
     with pytest.raises(trdcomp.TrdcompError) as e:
         trdcomp.pack(packed_request())
-    assert (e.value.code, e.value.offset) == (E_HEADER, 8)
+    assert (e.value.code, e.value.offset) == (trdcomp.ERROR_HEADER, 8)
 
 
 def test_hostile_bytes_never_crash():
