@@ -716,11 +716,13 @@ def _message(raw, f, codec):
         raise TrdcompError(f"{f.section_count} sections, answer {f.function} has "
                            f"{len(shape.sections)} in the {codec} codec", ERROR_HEADER)
     values = _header_values(raw, direction)
-    length = values.pop("length")
+    del values["length"]
     msg = {"direction": _DIRECTION_NAMES[direction], "function": values.pop("function"),
            "header": values}
     if f.form in (FORM_NO_BODY, FORM_PASS_THROUGH):
-        msg["body"] = bytes(raw[length:])
+        # The body follows the fixed header, whatever the header length says (as explain()
+        # shows it): the restore passes the whole message on as it came.
+        msg["body"] = bytes(raw[ctypes.sizeof(_HEADERS[direction]):])
     else:
         sections = []
         for k, s in enumerate(f.sections[:f.section_count]):
