@@ -18,6 +18,15 @@ left out), byte blocks as ``bytes`` (trailing zeros left out), integers as ``int
 ``float``; a counted group as a list of entries, each a dict of member offsets (within the
 entry) to values. Numbers without a record layout carry their body as ``"body"`` bytes.
 ``restore`` gives such a dict; ``pack`` takes one (or a raw message as bytes).
+
+A restore takes what the library takes: ``restore_raw`` gives the library's raw message as a
+``Restored`` (bytes) whose ``warnings`` list what was odd about the message but restored all the
+same (records past its end, restored as zeros; a header length other than 76 or 96; a 2011
+count that differs from the header's), each a ``TrdcompWarning`` with ``code`` (WARN_*) and
+``offset``, also issued through Python's warnings module. A restored dict carries them as
+``"warnings"`` when there are any. ``frame`` tells how the library reads a message, ``explain``
+what each of its bytes holds. Refusals raise ``TrdcompError`` with the library's status code
+(ERROR_*; ``status_name`` gives its text) and the byte offset of the fault.
 """
 
 import ctypes
@@ -422,6 +431,8 @@ def _restore(data, direction, flag, max_len):
     err = _Error()
 
     def call(array, capacity, count):
+        lib.trdcomp_release(out)  # the buffer of an earlier call that had too few warnings
+        out.value = None
         return lib.trdcomp_restore_ex(data, len(data), _direction_of(direction), flag, max_len,
                                       ctypes.byref(out), ctypes.byref(length), array, capacity,
                                       count, ctypes.byref(err))
