@@ -767,10 +767,11 @@ def restore(data, *, direction=None, flag=0, max_len=0):
 
 
 def _plain_answer_2011(data, direction):
-    """A plain answer whose nibble names the 2011 codec: its header with the nibble cleared and
-    the nibble; None for any other message. The library reads every 2011 answer as packed (the codec has no
-    plain form of answers), while the plain records of an answer are the same in either codec:
-    such an answer is read as the plain 2008 answer it also is."""
+    """A plain answer whose nibble names the 2011 codec: its header with the nibble cleared, and
+    the nibble; None for any other message. The library reads every 2011 answer as packed (the
+    codec has no plain form of answers, so a restored 2011 answer does not restore again), while
+    the plain records of an answer are the same in either codec: such an answer is read as the
+    plain 2008 answer it also is."""
     if direction is None:
         direction = _lib().trdcomp_direction(data, len(data))
     if direction != ANSWER or len(data) < ctypes.sizeof(_AnswerHeader):
@@ -787,7 +788,7 @@ def from_raw(data, *, direction=None, max_len=0):
     """The message dict of a raw message (bytes). The library restores it first, so that what
     is read is what a restore of the message gives (records past its end as zeros, records of
     a header length other than 76 from where the library reads them), with the warnings that
-    restore_raw gives."""
+    restore_raw gives. Unlike restore, it also reads a 2011 answer as restore_raw gives it."""
     data = bytes(data)
     direction = None if direction is None else _direction(direction)
     answer = _plain_answer_2011(data, direction)
