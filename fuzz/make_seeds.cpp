@@ -1,6 +1,6 @@
 // Writes the fuzzers' seed corpora and dictionary: the sample messages of every function number,
 // packed in both codecs, in both directions, as each fuzzer reads its input.
-//   make_seeds DIR   writes DIR/restore/*, DIR/pack/* and DIR/trdcomp.dict
+//   make_seeds DIR   writes DIR/restore/*, DIR/pack/*, DIR/capi/* and DIR/trdcomp.dict
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -32,6 +32,15 @@ std::string entry(const char* name, std::uint32_t v) {
   return text;
 }
 
+// A capi_fuzzer seed: the direction and flag byte, a restore limit of 4 MiB, the message. A
+// restored message goes in with flags bit 0 clear, as trdcomp_restore hands it back.
+void writeCapi(const fs::path& file, unsigned char direction, const Bytes& message, bool restored) {
+  Bytes seed{direction, 0xFF};
+  seed.insert(seed.end(), message.begin(), message.end());
+  if (restored && seed.size() > 10) seed[10] &= 0xFE;
+  write(file, seed);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -42,6 +51,7 @@ int main(int argc, char** argv) {
   const fs::path dir = argv[1];
   fs::create_directories(dir / "restore");
   fs::create_directories(dir / "pack");
+  fs::create_directories(dir / "capi");
   std::ofstream dict(dir / "trdcomp.dict");
   // Header lengths, flags (packed, section table, codec nibble), counts and sizes at the edges.
   for (std::uint32_t v : {76u, 96u}) dict << entry("header_length", v);
@@ -68,6 +78,14 @@ int main(int argc, char** argv) {
             trdcomp::samples::packAnswer(answer.proc, answer.sections, 0, nibble << 4);
         seed.insert(seed.end(), packedAnswer.begin(), packedAnswer.end());
         write(dir / "restore" / (name + "-answer-" + std::to_string(count)), seed);
+        // C interface seeds: the packed messages, and what restoring them gives.
+        const std::string capi = (dir / "capi" / name).string() + "-" + std::to_string(count);
+        writeCapi(capi + "-request", 1, packedRequest, false);
+        writeCapi(capi + "-answer", 2, packedAnswer, false);
+        writeCapi(capi + "-request-raw", 1, trdcomp::samples::restoreRequest(packedRequest).bytes,
+                  true);
+        writeCapi(capi + "-answer-raw", 2, trdcomp::samples::restoreAnswer(packedAnswer).bytes,
+                  true);
         // Pack seeds: number index, nibble and flag, low flag bits, codec selector, count,
         // record size, section count, four spare bytes, then the body.
         Bytes pack{static_cast<unsigned char>(index), static_cast<unsigned char>(nibble << 4), 0,

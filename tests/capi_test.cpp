@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <map>
 #include <random>
@@ -208,12 +207,14 @@ TEST(CInterface, DamagedMessagesAreRestoredOrRefused) {
     Bytes b = seeds[rng() % seeds.size()];
     for (int k = 1 + static_cast<int>(rng() % 4); k > 0; --k) b[rng() % b.size()] = rng() & 0xFF;
     if (rng() % 3 == 0) b.resize(rng() % b.size());
+    // Within the limit when restored; when refused, the fault lies inside the input.
     const Result r = restore(b, 1 << 22);
     if (r.status == TRDCOMP_OK) {
       ++restored;
-      EXPECT_GE(r.bytes.size(), 76u);
+      EXPECT_LE(r.bytes.size(), std::size_t(1) << 22);
     } else {
-      EXPECT_GT(std::strlen(r.err.message), 0u);
+      EXPECT_GE(r.err.offset, -1);
+      EXPECT_LE(r.err.offset, static_cast<std::int64_t>(b.size()));
     }
   }
   EXPECT_GT(restored, 1000);

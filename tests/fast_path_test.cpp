@@ -20,14 +20,6 @@ using namespace trdcomp::test;
 
 namespace {
 
-std::vector<const Layout*> everyLayout() {
-  std::vector<const Layout*> out;
-  for (const Layout& l : trdcomp::records::kRequestLayouts)
-    if (!l.opaque) out.push_back(&l);
-  for (const Layout& l : trdcomp::records::kAnswerLayouts) out.push_back(&l);
-  return out;
-}
-
 // Decodes `packed` (its first `available` bytes are the record) both ways into records marked
 // past their room, and checks that the bytes, the room behind and the reach agree.
 // Returns whether the unchecked reads were taken.

