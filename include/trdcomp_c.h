@@ -261,9 +261,10 @@ typedef struct trdcomp_frame {
 } trdcomp_frame;
 
 /* Walks the message `message` (`length` bytes, packed or raw) as a restore does, without
- * decoding a record: fills `frame` and the warnings as trdcomp_restore_ex does. Returns 0, or
- * the code the restore would refuse the message with (a refusal found by the walk: the frame
- * is filled as far as it was read). */
+ * decoding a record: fills `frame` and the warnings as trdcomp_restore_ex does. Returns 0, or,
+ * for a 2011 count that differs from the header's where the restore refuses it, that refusal
+ * (the frame is filled as far as it was read). The other refusals of a restore (header length,
+ * counts, limits) are the restore's to make: the frame shows the fields they come from. */
 TRDCOMP_API int trdcomp_frame_of(const void* message, size_t length, int direction, int flag,
                                  trdcomp_frame* frame, trdcomp_warning* warnings, size_t capacity,
                                  size_t* warning_count, trdcomp_error* err);

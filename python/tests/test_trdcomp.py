@@ -1,18 +1,24 @@
 """The Python module over the shared library: round trips of every function number in both
-directions and codecs, refusals of bad bytes with their offsets, and hostile input."""
+directions and codecs, restores that agree with the library's (warnings included), explanations
+that cover every byte, refusals of bad bytes with their offsets, and hostile input."""
 
+import ctypes
 import os
+import pathlib
 import random
+import re
 import struct
 import subprocess
 import sys
+import warnings
 
 import pytest
 
 import trdcomp
-from trdcomp import (E_BODY, E_HEADER, E_TRUNCATED, E_UNKNOWN, FORM_HEADER_ONLY, FORM_NO_BODY,
-                     FORM_PASS_THROUGH, KIND_BLOCK, KIND_CHAR, KIND_COUNTED_BLOCK, KIND_DOUBLE,
-                     KIND_GROUP, KIND_INT32, KIND_INT64, KIND_SHORT_TEXT, KIND_TEXT)
+from trdcomp import (FORM_HEADER_ONLY, FORM_NO_BODY, FORM_PASS_THROUGH, FORM_RECORDS, KIND_BLOCK,
+                     KIND_CHAR, KIND_COUNTED_BLOCK, KIND_DOUBLE, KIND_GROUP, KIND_INT32,
+                     KIND_INT64, KIND_SHORT_TEXT, KIND_TEXT, WARN_HEADER_LENGTH, WARN_RECORD_CUT,
+                     WARN_RECORDS_MISSING)
 
 ALNUM = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
 TEXT_STOP_BIT, TEXT_EXCHANGE = 1, 2
@@ -143,23 +149,26 @@ def with_bytes(data, at, fmt, value):
 
 
 @pytest.mark.parametrize("make, code, offset", [
-    (lambda: packed_request()[:40], E_TRUNCATED, 40),
-    (lambda: packed_request()[:-3], E_TRUNCATED, None),
-    (lambda: with_bytes(packed_request(), 4, "<I", 5000), E_UNKNOWN, 4),
-    (lambda: with_bytes(packed_request(), 4, "<I", 1022), E_UNKNOWN, 4),
-    (lambda: with_bytes(packed_request(), 0, "<i", 1000), E_HEADER, 0),
-    (lambda: with_bytes(packed_request(), 68, "<i", -1), E_HEADER, 68),
-    (lambda: with_bytes(packed_request(), 8, "<B", 3), E_HEADER, 8),
-    (lambda: with_bytes(trdcomp.pack(message(1002, 0, 2011)), 76, "<H", 9), E_BODY, 76),
-    (lambda: with_bytes(trdcomp.pack(message(1024, 1, 2011)), 88, "<i", 3), E_BODY, None),
-], ids=["short header", "cut record", "unknown number", "gap number", "header length",
+    (lambda: packed_request()[:40], trdcomp.ERROR_HEADER_LENGTH, 0),
+    (lambda: packed_request()[:3], trdcomp.ERROR_TRUNCATED, 3),
+    (lambda: with_bytes(packed_request(), 4, "<I", 5000), trdcomp.ERROR_PACKED_UNKNOWN, 8),
+    (lambda: with_bytes(packed_request(), 4, "<I", 1022), trdcomp.ERROR_PACKED_UNKNOWN, 8),
+    (lambda: with_bytes(packed_request(), 0, "<i", 1000), trdcomp.ERROR_HEADER, 0),
+    (lambda: with_bytes(packed_request(), 68, "<i", -1), trdcomp.ERROR_NEGATIVE_SIZE, 68),
+    (lambda: with_bytes(packed_request(), 8, "<B", 3), trdcomp.ERROR_SECTION_BIT, 8),
+    (lambda: with_bytes(trdcomp.pack(message(1002, 0, 2011)), 76, "<H", 9),
+     trdcomp.ERROR_COUNT_MISMATCH, 76),
+    (lambda: with_bytes(trdcomp.pack(message(1024, 1, 2011)), 88, "<i", 3),
+     trdcomp.ERROR_COUNT_MISMATCH, None),
+], ids=["short header", "no header length", "unknown number", "gap number", "header length",
         "negative count", "section bit", "2011 count", "dictionary count"])
 def test_bad_bytes_are_refused_with_their_offset(make, code, offset):
-    with pytest.raises(trdcomp.TrdcompError) as e:
-        trdcomp.restore(make())
-    assert e.value.code == code
-    if offset is not None:
-        assert e.value.offset == offset
+    data = make()
+    for call in (trdcomp.restore, trdcomp.restore_raw, trdcomp.explain):
+        with pytest.raises(trdcomp.TrdcompError) as e:
+            call(data)
+        assert (e.value.code, e.value.offset) == (code, e.value.offset if offset is None else
+                                                  offset), call.__name__
 
 
 @pytest.mark.parametrize("sent, words", [
@@ -180,9 +189,10 @@ def test_bad_dicts_are_refused(sent, words):
 def test_pack_refuses_a_packed_message():
     with pytest.raises(trdcomp.TrdcompError) as e:
         trdcomp.pack(packed_request())
-    assert (e.value.code, e.value.offset) == (E_HEADER, 8)
+    assert (e.value.code, e.value.offset) == (trdcomp.ERROR_HEADER, 8)
 
 
+@pytest.mark.filterwarnings("ignore::trdcomp.TrdcompWarning")
 def test_hostile_bytes_never_crash():
     rng = random.Random(7)
     seeds = [trdcomp.pack(message(n, d, c, 3)) for n in (1002, 1024, 1023, 1260, 8996, 1010)
@@ -194,11 +204,17 @@ def test_hostile_bytes_never_crash():
             b[rng.randrange(len(b))] = rng.randrange(256)
         if rng.random() < 0.3:
             del b[rng.randrange(len(b)):]
+        b = bytes(b)
         try:
-            trdcomp.restore(bytes(b), max_len=1 << 24)
+            raw = trdcomp.restore_raw(b, max_len=1 << 24)
+            trdcomp.restore(b, max_len=1 << 24)
             restored += 1
         except trdcomp.TrdcompError:
             refused += 1
+            continue
+        # What restores is framed and explained as it restored.
+        assert trdcomp.frame(b)["restored_length"] == len(raw), b.hex()
+        assert covered(trdcomp.explain(b, max_len=1 << 24)) == len(b), b.hex()
     assert restored > 0 and refused > 0
 
 
@@ -225,3 +241,206 @@ def test_a_missing_library_says_where_to_look():
     out = subprocess.run([sys.executable, "-c", code], env=env, capture_output=True, text=True)
     assert "TRDCOMP_LIBRARY" in out.stdout
 
+
+
+# ---- agreement with the library and its headers --------------------------------------------
+
+INCLUDE = pathlib.Path(__file__).resolve().parents[2] / "include"
+
+
+def c_constants():
+    """TRDCOMP_* names and values of the C headers: the status enum and the #defines."""
+    status = (INCLUDE / "trdcomp_status.h").read_text()
+    found = {m[1]: int(m[2]) for m in re.finditer(r"\bTRDCOMP_(\w+) = (\d+)", status)}
+    text = (INCLUDE / "trdcomp_c.h").read_text().replace("\\\n", " ")
+    text = re.sub(r"/\*.*?\*/", " ", text, flags=re.S)
+    for m in re.finditer(r"^#define TRDCOMP_(\w+)\s+\(?(-?(?:0x[0-9A-Fa-f]+|\d+))\)?\s*$", text,
+                         re.M):
+        found[m[1]] = int(m[2], 0)
+    return found
+
+
+@pytest.mark.skipif(not (INCLUDE / "trdcomp_status.h").is_file(), reason="no source tree")
+def test_constants_are_the_c_headers():
+    c = c_constants()
+    status = {k: v for k, v in c.items() if k == "OK" or k.startswith(("ERROR_", "STATUS_"))}
+    assert len(status) == 19
+    assert {k: getattr(trdcomp, k, None) for k in status} == status
+    module = {k for k in dir(trdcomp) if k.startswith("ERROR_")}
+    assert module == {k for k in status if k.startswith("ERROR_")}
+    prefixes = ("FLAG_", "WARN_", "FORM_", "KIND_", "ITEM_", "UNIT_")
+    named = {k: v for k, v in c.items() if k.startswith(prefixes)}
+    assert len(named) == 39
+    assert {k: getattr(trdcomp, k, None) for k in named} == named
+    assert (trdcomp.REQUEST, trdcomp.ANSWER) == (c["REQUEST"], c["ANSWER"])
+    for k, v in c.items():
+        if k.startswith("ITEM_"):
+            assert trdcomp.ITEM_NAMES[v] == k[5:].lower().replace("_", " ")
+        elif k.startswith("HEADER_"):
+            words = k[7:].lower().split("_")
+            assert trdcomp.HEADER_FIELDS[v] == words[0] + "".join(w.title() for w in words[1:])
+    assert ctypes.sizeof(trdcomp._RequestHeader) == 76
+    assert ctypes.sizeof(trdcomp._AnswerHeader) == 96
+
+
+def test_status_names_come_from_the_library():
+    names = [trdcomp.status_name(code) for code in range(trdcomp.STATUS_COUNT)]
+    assert len(set(names)) == len(names) and all(names)
+    assert "unknown error" not in names
+    assert trdcomp.status_name(trdcomp.STATUS_COUNT) == "unknown error"
+    with pytest.raises(trdcomp.TrdcompError) as e:
+        trdcomp.restore(b"\x4c\x00")
+    assert e.value.code == trdcomp.ERROR_TRUNCATED
+
+
+def classic_restore(data, direction):
+    """trdcomp_restore itself: the restored bytes, or the status code of its refusal."""
+    lib = trdcomp._lib()
+    out, length, err = ctypes.c_void_p(), ctypes.c_size_t(), trdcomp._Error()
+    status = lib.trdcomp_restore(data, len(data), direction, 0, 0, ctypes.byref(out),
+                                 ctypes.byref(length), ctypes.byref(err))
+    if status:
+        return status
+    try:
+        return ctypes.string_at(out, length.value)
+    finally:
+        lib.trdcomp_release(out)
+
+
+def record_prefixes(packed):
+    """Offsets of the length prefixes (blocks, in the 2011 codec) of a packed message's records."""
+    return [i["offset"] for i in trdcomp.explain(packed)
+            if i["what"] in ("record length", "block length") and i["unit"] == "record"]
+
+
+def variant(number, direction, codec, name):
+    """A message of `number` made odd as `name` says, and the warnings (code, offset) expected of
+    its restore; None where the variant does not apply."""
+    m = message(number, direction, codec)
+    if name.startswith("header length"):
+        if direction == 1:
+            return None
+        return with_bytes(trdcomp.to_raw(m), 0, "<i", int(name.split()[-1])), \
+            [(WARN_HEADER_LENGTH, 0)]
+    packed = trdcomp.pack(m)
+    if name == "packed":
+        return packed, []
+    prefixes = record_prefixes(packed)
+    if not prefixes:
+        return None
+    if name == "cut before its last record":
+        return packed[:prefixes[-1]], [(WARN_RECORDS_MISSING, prefixes[-1])]
+    return packed[:-1], [(WARN_RECORD_CUT, prefixes[-1])]
+
+
+@pytest.mark.parametrize("name", ["packed", "cut before its last record", "cut in its last record",
+                                  "header length 0", "header length 100"])
+@pytest.mark.parametrize("direction", [0, 1], ids=["request", "answer"])
+@pytest.mark.parametrize("codec", [2008, 2011])
+def test_restores_are_the_library_restore(name, direction, codec):
+    failures = []
+    for number in trdcomp.functions():
+        made = variant(number, direction, codec, name)
+        if made is None:
+            continue
+        data, expected = made
+        given = "request" if name.startswith("header length") else None
+        reference = classic_restore(data, 0 if given else -1)
+        with warnings.catch_warnings(record=True) as issued:
+            warnings.simplefilter("always")
+            try:
+                got = trdcomp.restore_raw(data, direction=given)
+                framed = trdcomp.frame(data, direction=given)
+                decoded = trdcomp.restore(data, direction=given)
+            except trdcomp.TrdcompError as e:
+                got = e.code
+        if isinstance(reference, int) or isinstance(got, int):
+            # Refused: by both, for the same reason (only header lengths past a short message).
+            if got != reference or not name.startswith("header length"):
+                failures.append((number, got, reference))
+            continue
+        found = [(w.code, w.offset) for w in got.warnings]
+        if got != reference or found != expected:
+            failures.append((number, found))
+            continue
+        # Each warning is issued once per call, and the frame and the dict carry the same ones.
+        if [w.message for w in issued] != got.warnings * 3 or \
+                framed["warnings"] != got.warnings or \
+                decoded.get("warnings", []) != got.warnings or \
+                framed["restored_length"] != len(got):
+            failures.append((number, "warnings"))
+        # The dict is that of the restored message, every record it counts included.
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            again = trdcomp.from_raw(got, direction=direction)
+        decoded.pop("warnings", None)
+        again.pop("warnings", None)
+        if decoded != again:
+            failures.append((number, "dict"))
+        shape = trdcomp.describe(number, direction, codec)
+        if name.startswith("header length") and shape.form == FORM_RECORDS:
+            # Records are read from 76 whatever the header says.
+            if got != trdcomp.restore_raw(trdcomp.to_raw(message(number, direction, codec))):
+                failures.append((number, "records"))
+        if name == "cut before its last record":
+            # The count is kept: the record the message lacks restores as zeros.
+            full = trdcomp.restore_raw(trdcomp.pack(message(number, direction, codec)))
+            last = max(framed["sections"], key=lambda s: s["restored_offset"] if s["count"] else 0)
+            start = last["restored_offset"] + (last["count"] - 1) * last["record_size"]
+            if len(got) != len(full) or got[:start] != full[:start] or any(got[start:]):
+                failures.append((number, "zeros"))
+    assert failures == []
+
+
+def covered(items):
+    """How far `items` cover their input from 0, each byte once; -1 when they skip or overlap."""
+    at = 0
+    for i in items:
+        if i["offset"] != at or i["length"] <= 0:
+            return -1
+        at += i["length"]
+    return at
+
+
+def record_value(msg, item):
+    records = msg["records"] if "records" in msg else msg["sections"][item["section"]]["records"]
+    rec = records[item["record"]]
+    if item["group"] is None:
+        return rec[item["field"]]
+    entries = rec[item["group"]]
+    # Entries of zeros at the end of a group are left out of a record dict.
+    return entries[item["entry"]][item["field"]] if item["entry"] < len(entries) else None
+
+
+@pytest.mark.parametrize("form", ["packed", "raw"])
+@pytest.mark.parametrize("direction", [0, 1], ids=["request", "answer"])
+@pytest.mark.parametrize("codec", [2008, 2011])
+def test_explain_covers_every_byte_with_the_decoded_values(form, direction, codec):
+    if form == "raw" and direction == 1 and codec == 2011:
+        pytest.skip("the library reads every 2011 answer as packed")
+    failures = []
+    for number in trdcomp.functions():
+        m = message(number, direction, codec)
+        data = trdcomp.pack(m) if form == "packed" else trdcomp.to_raw(m)
+        items = trdcomp.explain(data)
+        if covered(items) != len(data):
+            failures.append((number, "coverage"))
+            continue
+        msg = trdcomp.restore(data)
+        fields = 0
+        for item in items:
+            if item["what"] == "header" and item["field"] in ("function", "flags"):
+                if item["value"] != trdcomp.frame(data)[item["field"]]:
+                    failures.append((number, item["field"]))
+            if item["what"] != "field" or item["unit"] != "record":
+                continue
+            fields += 1
+            want = record_value(msg, item)
+            if item["value"] != want and (want is not None or item["value"]):
+                failures.append((number, item["offset"], item["value"], want))
+                break
+        shape = trdcomp.describe(number, direction, codec)
+        if not fields and shape.form == FORM_RECORDS and \
+                any(not s.opaque and s.fields for s in shape.sections):
+            failures.append((number, "no fields"))
+    assert failures == []

@@ -81,7 +81,9 @@ Walked walk(const InView& in, int direction) {
     w.frame = framing::answerFrame(*w.entry->answerRestore[codec], in);
     w.refusal = framing::walkSections(w.frame, in, survey);
   }
-  if (w.refusal == TRDCOMP_ERROR_COUNT_MISMATCH) w.refusalAt = survey.lastCount;
+  // A count past the end of the input reads as zero: the fault lies at the end.
+  if (w.refusal == TRDCOMP_ERROR_COUNT_MISMATCH)
+    w.refusalAt = std::min<std::int64_t>(survey.lastCount, in.size());
   return w;
 }
 
