@@ -4,6 +4,7 @@
 // of the framing is generic (framing/message_framing.h).
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "framing/message_framing.h"
 #include "records/codec2011.h"
@@ -190,10 +191,12 @@ class Restore : public RecordsOnly {
           const RestoreOptions& options)
       : f_(f), in_(in), first_(first), area_(area), options_(options) {}
 
-  Status dictionary(int, std::int64_t entries, std::int64_t held) {
+  Status dictionary(int section, std::int64_t entries, std::int64_t held) {
+    const Layout& layout = *f_.layouts[section];
     entries_ = entries;
     held_ = held;
-    table_ = Scratch<u8>(held * layoutSize());
+    group_.emplace(layout);  // once per section, not per record
+    table_ = Scratch<u8>(held * layout.size);
     return held > 0 && !table_ ? TRDCOMP_ERROR_ALLOCATION : TRDCOMP_OK;
   }
 
@@ -221,7 +224,7 @@ class Restore : public RecordsOnly {
           records::decode2011(layout, Part::Reduced, block, p.length, record, end - record,
                               p.index ? before_ : Previous{});
       if (index >= entries_) return TRDCOMP_ERROR_DICTIONARY_INDEX;
-      if (index < held_) fromEntry(layout, table_.get() + index * size, record);
+      if (index < held_) fromEntry(layout, *group_, table_.get() + index * size, record);
       previous_ = InView(record, size);
       before_ = Previous{&previous_, index};
       return TRDCOMP_OK;
@@ -241,14 +244,9 @@ class Restore : public RecordsOnly {
   }
 
  private:
-  std::int64_t layoutSize() const {
-    for (int s = 0; s < f_.sections; ++s)
-      if (f_.layouts[s]->dictionary) return f_.layouts[s]->size;
-    return 0;
-  }
   // A reduced record takes its group fields from its entry.
-  static void fromEntry(const Layout& layout, const u8* entry, u8* record) {
-    const GroupFields group(layout);
+  static void fromEntry(const Layout& layout, const GroupFields& group, const u8* entry,
+                        u8* record) {
     if (group.listed)
       for (int k = 0; k < group.spanCount; ++k)
         std::memcpy(record + group.spans[k].offset, entry + group.spans[k].offset,
@@ -267,6 +265,7 @@ class Restore : public RecordsOnly {
   Previous before_;
   bool overwrites_ = false;
   Scratch<u8> table_;
+  std::optional<GroupFields> group_;
   std::int64_t entries_ = 0, held_ = 0;
 };
 
