@@ -347,6 +347,10 @@ int trdcomp_restore_ex(const void* packed, size_t length, int direction, int fla
   const std::int64_t n = restored ? restoredLen : in.size();
   if (!restored && w.records.form != TRDCOMP_FORM_NO_BODY)
     return fail(err, TRDCOMP_ERROR_ALLOCATION, -1, "out of memory");
+  // The entry points allocate nothing for a message without body; its limit holds all the same.
+  if (n > limit)
+    return fail(err, TRDCOMP_ERROR_LIMIT, 0, "the restored message would be %lld bytes, above %lld",
+                ll(n), ll(limit));
   auto* copy = static_cast<trdcomp::u8*>(std::malloc(static_cast<size_t>(n ? n : 1)));
   if (copy) std::memcpy(copy, from, static_cast<size_t>(n));
   CTrdCompData::ReleaseAnsData(restored);
