@@ -310,3 +310,40 @@ TEST(CInterface, ExplainCoversEveryByteAndEveryPresentField) {
   }
   EXPECT_GT(fields, 10000);
 }
+
+// A plain answer's frame is checked before it is packed: each fault is refused with its class and
+// the offset of the field that says it.
+TEST(CInterface, PackRefusesAPlainAnswerWhoseFrameDoesNotHold) {
+  const auto a = trdcomp::samples::makeAnswer(1002, false, 3, 7);
+  const Bytes packed = trdcomp::samples::packAnswer(a.proc, a.sections, 0, 0);
+  const Bytes raw = restore(packed).bytes;  // two sections: a table at 96, records at 116
+  ASSERT_EQ(raw[8] & TRDCOMP_FLAG_SECTION_TABLE, TRDCOMP_FLAG_SECTION_TABLE);
+  EXPECT_EQ(pack(raw).bytes, packed);
+  const auto n = static_cast<std::int64_t>(raw.size());
+  auto with = [&](std::size_t at, std::int32_t v) {
+    Bytes b = raw;
+    trdcomp::storeI32(b.data() + at, v);
+    return b;
+  };
+  struct Case {
+    const char* what;
+    Bytes bytes;
+    int code;
+    std::int64_t offset;
+  } cases[] = {
+      {"header length", with(0, 100), TRDCOMP_ERROR_HEADER, 0},
+      {"table size cut", Bytes(raw.begin(), raw.begin() + 98), TRDCOMP_ERROR_TRUNCATED, 96},
+      {"table size not pairs", with(96, 13), TRDCOMP_ERROR_HEADER, 96},
+      {"six pairs", with(96, 4 + 8 * 6), TRDCOMP_ERROR_HEADER, 96},
+      {"table past the end", with(96, 4 + 8 * 1000), TRDCOMP_ERROR_TRUNCATED, n},
+      {"negative count", with(100, -1), TRDCOMP_ERROR_HEADER, 100},
+      {"negative size", with(112, -1), TRDCOMP_ERROR_HEADER, 112},
+      {"records past the end", with(108, 4), TRDCOMP_ERROR_TRUNCATED, n},
+  };
+  for (const Case& c : cases) {
+    const Result r = pack(c.bytes);
+    EXPECT_EQ(r.status, c.code) << c.what << ": " << r.err.message;
+    EXPECT_EQ(r.err.offset, c.offset) << c.what;
+    EXPECT_TRUE(r.bytes.empty()) << c.what;
+  }
+}

@@ -9,6 +9,7 @@
 #include "TrdCompData.h"
 #include "capi/tables.h"
 #include "capi/walk.h"
+#include "framing/walker.h"
 #include "primitives/bytes.h"
 #include "primitives/header.h"
 
@@ -21,7 +22,7 @@ using records::Layout;
 
 constexpr std::int64_t kRequestHeader = 76, kAnswerHeader = 96;
 constexpr std::int64_t kDefaultLimit = std::int64_t(256) << 20;
-constexpr int kMostSections = 5;  // pairs of a section table that the entry points carry
+using framing::kMostSections;
 constexpr std::int64_t kMost2011Count = 0xFFFF;
 
 const char* const kDirection[] = {"request", "answer"};
@@ -55,61 +56,48 @@ int checkHeader(const Input& in, int direction, trdcomp_error* err, const frame:
     return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n,
                 "the message is %lld bytes, an %s header is %lld", ll(in.n),
                 direction == TRDCOMP_REQUEST ? "request" : "answer", ll(header));
-  entry = frame::find(in.u32(4));
+  const std::uint32_t number = header::View(InView(in.p, in.n)).function();
+  entry = frame::find(number);
   if (!entry)
-    return fail(err, TRDCOMP_ERROR_UNKNOWN_FUNCTION, 4, "unknown function number %u", in.u32(4));
+    return fail(err, TRDCOMP_ERROR_UNKNOWN_FUNCTION, header::Request::kFunction,
+                "unknown function number %u", number);
   return TRDCOMP_OK;
 }
 
-// Sections of a raw answer: from the section table when flags bit 1 is set, else the header's
-// count and size. Also the shape of packed 2008 answers, whose table has the same form.
-struct Section {
-  std::int32_t count = 0, size = 0;
-  std::int64_t countAt = 88, sizeAt = 92;
-};
-struct Sections {
-  int count = 0;  // sections listed (at most five are read)
-  Section s[kMostSections];
-  std::int64_t table = 0;  // bytes of the table
-};
+// The sections a plain answer lists, as the walker finds them: the table's pairs (at most five
+// are read) or the header's count and size.
+int listed(const framing::Frame& f) {
+  return f.table < 0 ? 1 : static_cast<int>(std::min<std::int64_t>(f.pairs, kMostSections));
+}
+std::int64_t sizeAt(const framing::Frame& f, int k) {
+  return f.table < 0 ? header::Answer::kSize : f.countAt[k] + 4;
+}
 
-int readSections(const Input& in, std::int64_t at, bool table, bool raw, trdcomp_error* err,
-                 Sections& out) {
-  if (!table) {
-    out.count = 1;
-    out.s[0].count = in.i32(88);
-    out.s[0].size = in.i32(92);
-  } else {
-    if (!in.has(at, 4))
-      return fail(err, TRDCOMP_ERROR_TRUNCATED, at, "the section table's size is cut off");
-    const std::int32_t size = in.i32(at);
+// What the walker read of a plain answer's frame, checked: a table that lies inside the message
+// and has the form of pairs, at most five of them, and no negative count or size.
+int checkSections(const Input& in, const framing::Frame& f, trdcomp_error* err) {
+  if (f.table >= 0) {
+    if (!in.has(f.table, 4))
+      return fail(err, TRDCOMP_ERROR_TRUNCATED, f.table, "the section table's size is cut off");
+    const std::int64_t size = f.tableBytes;
     if (size < 4 || (size - 4) % 8 != 0)
-      return fail(err, TRDCOMP_ERROR_HEADER, at,
-                  "section table size %d is not 4 plus 8 bytes per section", size);
-    if (!in.has(at, size))
+      return fail(err, TRDCOMP_ERROR_HEADER, f.table,
+                  "section table size %lld is not 4 plus 8 bytes per section", ll(size));
+    if (!in.has(f.table, size))
       return fail(err, TRDCOMP_ERROR_TRUNCATED, in.n,
-                  "the section table claims %d bytes at offset %lld, the message ends first", size,
-                  ll(at));
-    const std::int64_t pairs = (size - 4) / 8;
-    if (raw && pairs > kMostSections)
-      return fail(err, TRDCOMP_ERROR_HEADER, at,
-                  "the section table lists %lld sections, at most 5 travel", ll(pairs));
-    out.table = size;
-    out.count = static_cast<int>(std::min<std::int64_t>(pairs, kMostSections));
-    for (int k = 0; k < out.count; ++k) {
-      out.s[k].countAt = at + 4 + 8 * k;
-      out.s[k].sizeAt = at + 8 + 8 * k;
-      out.s[k].count = in.i32(out.s[k].countAt);
-      out.s[k].size = in.i32(out.s[k].sizeAt);
-    }
+                  "the section table claims %lld bytes at offset %lld, the message ends first",
+                  ll(size), ll(f.table));
+    if (f.pairs > kMostSections)
+      return fail(err, TRDCOMP_ERROR_HEADER, f.table,
+                  "the section table lists %lld sections, at most 5 travel", ll(f.pairs));
   }
-  for (int k = 0; k < out.count; ++k) {
-    if (out.s[k].count < 0)
-      return fail(err, TRDCOMP_ERROR_HEADER, out.s[k].countAt,
-                  "record count %d of section %d is negative", out.s[k].count, k);
-    if (raw && out.s[k].size < 0)
-      return fail(err, TRDCOMP_ERROR_HEADER, out.s[k].sizeAt,
-                  "record size %d of section %d is negative", out.s[k].size, k);
+  for (int k = 0; k < listed(f); ++k) {
+    if (f.counts[k] < 0)
+      return fail(err, TRDCOMP_ERROR_HEADER, f.countAt[k],
+                  "record count %d of section %d is negative", f.counts[k], k);
+    if (f.senderSizes[k] < 0)
+      return fail(err, TRDCOMP_ERROR_HEADER, sizeAt(f, k),
+                  "record size %d of section %d is negative", f.senderSizes[k], k);
   }
   return TRDCOMP_OK;
 }
@@ -168,7 +156,8 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
                 std::size_t* outLen, trdcomp_error* err) {
   tagREQ_HEAD head;
   std::memcpy(&head, in.p, sizeof head);
-  head.flags = static_cast<char>((in.p[8] & 0x0F) | (nibble << 4));
+  head.flags =
+      static_cast<char>((in.p[header::Request::kFlags] & 0x0F) | header::Flags::nibbleBits(nibble));
   const int codec = nibble ? 1 : 0;
   const Records r = recordsOf(e, TRDCOMP_REQUEST, codec);
   const std::int64_t body = in.n - kRequestHeader;
@@ -176,12 +165,14 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
   if (r.form == TRDCOMP_FORM_RECORDS) {
     count = head.recCount;
     if (count < 0)
-      return fail(err, TRDCOMP_ERROR_HEADER, 68, "record count %lld is negative", ll(count));
+      return fail(err, TRDCOMP_ERROR_HEADER, header::Request::kCount,
+                  "record count %lld is negative", ll(count));
     if (head.recSize < 0)
-      return fail(err, TRDCOMP_ERROR_HEADER, 72, "record size %d is negative", head.recSize);
+      return fail(err, TRDCOMP_ERROR_HEADER, header::Request::kSize, "record size %d is negative",
+                  head.recSize);
     if (int s = checkRawRecords(in, kRequestHeader, count, head.recSize, "records", err)) return s;
     if (codec == 1 && count > kMost2011Count)
-      return fail(err, TRDCOMP_ERROR_HEADER, 68,
+      return fail(err, TRDCOMP_ERROR_HEADER, header::Request::kCount,
                   "record count %lld does not fit the 16 bits the 2011 codec sends", ll(count));
   }
   const std::int64_t bound = CTrdCompData::PackReqBound(&head, static_cast<int>(body));
@@ -201,68 +192,75 @@ int packRequest(const Input& in, const frame::Entry& e, int nibble, int flag, vo
 
 int packAnswer(const Input& in, const frame::Entry& e, int nibble, int flag, void** out,
                std::size_t* outLen, trdcomp_error* err) {
-  if (in.i32(0) != kAnswerHeader)
-    return fail(err, TRDCOMP_ERROR_HEADER, 0,
-                "header length %d: a plain answer's header is 96 bytes", in.i32(0));
-  const u8 flags = in.p[8];
+  const InView view(in.p, in.n);
+  if (header::AnswerView(view).length() != kAnswerHeader)
+    return fail(err, TRDCOMP_ERROR_HEADER, header::Answer::kLength,
+                "header length %d: a plain answer's header is 96 bytes",
+                header::AnswerView(view).length());
+  const u8 flags = in.p[header::Answer::kFlags];
   const bool noBody = e.answerForm == frame::AnswerForm::NoBody;
-  Sections sections;
-  if (noBody) {
-    // Only the header (and a 2008 section table) is sent; a table that is not there, as in a
-    // 2011 message with flags bit 1, stands for two empty sections.
-    if (readSections(in, kAnswerHeader, flags & 2, true, nullptr, sections) != TRDCOMP_OK) {
-      sections = Sections{};
-      sections.count = 2;
-      sections.s[0].count = in.i32(88);
-      sections.s[0].size = in.i32(92);
-    }
-  } else if (int s = readSections(in, kAnswerHeader, flags & 2, true, err, sections)) {
-    return s;
-  }
   const int codec = nibble ? 1 : 0;
   const records::AnswerLayout* layout =
       e.answerForm == frame::AnswerForm::Routine ? e.answerPack[codec] : nullptr;
-  if (layout && sections.count > layout->sectionCount)
+  framing::Frame f = framing::plainAnswerFrame(nullptr, view);
+  int sections = listed(f);
+  if (noBody) {
+    // Only the header (and a 2008 section table) is sent; a table that is not there, as in a
+    // 2011 message with flags bit 1, stands for two empty sections.
+    if (checkSections(in, f, nullptr) != TRDCOMP_OK) {
+      f = framing::Frame{};
+      f.counts[0] = header::AnswerView(view).count();
+      f.senderSizes[0] = header::AnswerView(view).size();
+      sections = 2;
+    }
+  } else if (int s = checkSections(in, f, err)) {
+    return s;
+  }
+  if (layout && sections > layout->sectionCount)
     return fail(err, TRDCOMP_ERROR_HEADER, kAnswerHeader,
-                "%d sections, but answer %u has %d in the %s codec", sections.count, e.number,
+                "%d sections, but answer %u has %d in the %s codec", sections, e.number,
                 layout->sectionCount, codec ? "2011" : "2008");
 
   tagANS_Proc proc{};
   proc.funcNo = e.number;
-  std::memcpy(proc.shortText, in.p + 20, 4);
-  std::memcpy(proc.text, in.p + 24, 64);
-  proc.sectionCount = sections.count;
+  std::memcpy(proc.shortText, in.p + header::Answer::kShortText, sizeof proc.shortText);
+  std::memcpy(proc.text, in.p + header::Answer::kText, sizeof proc.text);
+  proc.sectionCount = sections;
   char* data[5] = {};
-  std::int64_t at = kAnswerHeader + sections.table;
-  for (int k = 0; k < sections.count; ++k) {
-    const Section& s = sections.s[k];
-    proc.recCount[k] = s.count;
-    proc.recSize[k] = s.size;
+  std::int64_t at = f.records;
+  for (int k = 0; k < sections; ++k) {
+    proc.recCount[k] = f.counts[k];
+    proc.recSize[k] = f.senderSizes[k];
     if (noBody) continue;
-    if (int status = checkRawRecords(in, at, s.count, s.size, "section", err)) return status;
-    if (layout && codec == 1 && s.count > kMost2011Count)
-      return fail(err, TRDCOMP_ERROR_HEADER, s.countAt,
+    if (int status = checkRawRecords(in, at, f.counts[k], f.senderSizes[k], "section", err))
+      return status;
+    if (layout && codec == 1 && f.counts[k] > kMost2011Count)
+      return fail(err, TRDCOMP_ERROR_HEADER, f.countAt[k],
                   "record count %d of section %d does not fit the 16 bits the 2011 codec sends",
-                  s.count, k);
+                  f.counts[k], k);
     data[k] = const_cast<char*>(reinterpret_cast<const char*>(in.p + at));
-    at = mulAdd(s.count, s.size, at);
+    at = mulAdd(f.counts[k], f.senderSizes[k], at);
   }
-  if (sections.count == 0) {
+  if (sections == 0) {
     // No section: the header's count and size are still written from section 0's slot.
-    proc.recCount[0] = in.i32(88);
-    proc.recSize[0] = in.i32(92);
+    proc.recCount[0] = header::AnswerView(view).count();
+    proc.recSize[0] = header::AnswerView(view).size();
   }
-  const std::int64_t bound = CTrdCompData::PackAnsBound(&proc, nibble << 4);
+  const std::int64_t bound = CTrdCompData::PackAnsBound(&proc, header::Flags::nibbleBits(nibble));
   u8* buffer = nullptr;
   if (int s = allocateOutput(bound, err, buffer)) return s;
   // The entry point ORs its flags into byte 8 and leaves bytes 9 to 19 as the buffer holds them:
   // start from the message's own (less the bits the codec sets).
-  buffer[8] = flags & 0x0C;
-  std::memcpy(buffer + 9, in.p + 9, 11);
+  constexpr int kAfterFlags = header::Answer::kFlags + 1;
+  constexpr u8 kCodecBits =
+      header::Flags::kPacked | header::Flags::kSectionTable | header::Flags::nibbleBits(15);
+  buffer[header::Answer::kFlags] = flags & ~kCodecBits;
+  std::memcpy(buffer + kAfterFlags, in.p + kAfterFlags, header::Answer::kShortText - kAfterFlags);
   int length = 0, reason = 0;
   if (!CTrdCompData::PackAns2008Ex(reinterpret_cast<char*>(buffer), static_cast<int>(bound), length,
                                    &proc, data[0], data[1], data[2], data[3], data[4],
-                                   static_cast<char>(flag), nibble << 4, &reason)) {
+                                   static_cast<char>(flag), header::Flags::nibbleBits(nibble),
+                                   &reason)) {
     std::free(buffer);
     return fail(err, reason, -1, "packing refused answer %u: %s", e.number,
                 CTrdCompData::ErrorName(reason));
@@ -289,10 +287,11 @@ int trdcomp_pack(const void* raw, size_t raw_len, int direction, int codec, int 
   const trdcomp::frame::Entry* e = nullptr;
   if (int s = directionOf(trdcomp::InView(in.p, in.n), direction, err, dir)) return s;
   if (int s = checkHeader(in, dir, err, e)) return s;
-  if (in.p[8] & 1)
-    return fail(err, TRDCOMP_ERROR_HEADER, 8,
+  const trdcomp::header::Flags flags = trdcomp::header::View(trdcomp::InView(in.p, in.n)).flags();
+  if (flags.packed())
+    return fail(err, TRDCOMP_ERROR_HEADER, trdcomp::header::Request::kFlags,
                 "flags bit 0 (packed) is set: the %s is packed already", kDirection[dir]);
-  int nibble = in.p[8] >> 4;
+  int nibble = flags.nibble();
   if (codec == TRDCOMP_CODEC_2008)
     nibble = 0;
   else if (codec == TRDCOMP_CODEC_2011)

@@ -122,11 +122,10 @@ inline Frame requestFrame(const records::Layout& layout, const InView& in) {
   return f;
 }
 
-// The frame of an answer of `layout` in the codec its flags name. 2008: counts and sender sizes
-// from the section table when there is one, else from the header; optional sections are laid
-// out only when the table sends more than one. 2011: the 16-bit counts ahead of a multi-section
-// body, else the header's count.
-inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) {
+namespace detail {
+
+// The fields of the answer header every frame takes.
+inline Frame answerHeader(const records::AnswerLayout* layout, const InView& in) {
   const header::AnswerView h(in);
   Frame f;
   f.answer = true;
@@ -135,40 +134,68 @@ inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) 
   f.headerLength = h.length();
   f.body = in.u32(header::Answer::kLength);
   f.records = f.body;
-  for (int s = 0; s < layout.sectionCount; ++s) {
-    f.layouts[s] = layout.sections[s];
+  const int laid = layout ? layout->sectionCount : 0;
+  for (int s = 0; s < laid; ++s) {
+    f.layouts[s] = layout->sections[s];
     f.countAt[s] = -1;
   }
   f.countAt[0] = header::Answer::kCount;
-  if (f.codec == 0) {
-    if (h.flags().sectionTable()) {
-      const std::int32_t table = in.i32(f.body);
-      f.table = f.body;
-      f.tableBytes = table;
-      f.pairs = std::max<std::int64_t>(0, (std::int64_t(table) - 4) / 8);
-      const std::int64_t read =
-          std::min<std::int64_t>((std::int64_t(table) - 4) / 8, kMostSections);
-      for (std::int64_t k = 0; k < read; ++k) {
-        f.counts[k] = in.i32(f.body + 4 + 8 * k);
-        f.senderSizes[k] = in.i32(f.body + 8 + 8 * k);
-        f.countAt[k] = f.body + 4 + 8 * k;
-      }
-      f.records += table;
-      f.sections = layout.optionalSections() && read < 2 ? 1 : layout.sectionCount;
-    } else {
-      f.counts[0] = h.count();
-      f.senderSizes[0] = h.size();
-      f.sections = layout.optionalSections() ? 1 : layout.sectionCount;
+  return f;
+}
+
+// The answer header's fields and, when flags bit 1 is set, the section table behind the header:
+// the layout of a 2008 answer, packed or plain, and of any plain answer. Counts and sender sizes
+// of up to five pairs; optional sections are laid out only when the table sends more than one.
+// Without a layout (a number restored without a routine), the sections are the pairs listed.
+inline Frame tableFrame(const records::AnswerLayout* layout, const InView& in) {
+  const header::AnswerView h(in);
+  Frame f = answerHeader(layout, in);
+  const int laid = layout ? layout->sectionCount : 0;
+  if (h.flags().sectionTable()) {
+    const std::int32_t table = in.i32(f.body);
+    f.table = f.body;
+    f.tableBytes = table;
+    f.pairs = std::max<std::int64_t>(0, (std::int64_t(table) - 4) / 8);
+    const std::int64_t read = std::min<std::int64_t>(f.pairs, kMostSections);
+    for (std::int64_t k = 0; k < read; ++k) {
+      f.counts[k] = in.i32(f.body + 4 + 8 * k);
+      f.senderSizes[k] = in.i32(f.body + 8 + 8 * k);
+      f.countAt[k] = f.body + 4 + 8 * k;
     }
-    f.multi = f.sections > 1;
-    f.slack = f.multi ? kSectionTableSlack : kAnswerSlack;
-    return f;
+    f.records += table;
+    f.sections = !layout ? int(read) : layout->optionalSections() && read < 2 ? 1 : laid;
+  } else {
+    f.counts[0] = h.count();
+    f.senderSizes[0] = h.size();
+    f.sections = layout && !layout->optionalSections() ? laid : 1;
   }
+  f.multi = f.sections > 1;
+  f.slack = f.multi ? kSectionTableSlack : kAnswerSlack;
+  return f;
+}
+
+}  // namespace detail
+
+// The frame of a plain answer (flags bit 0 clear) as its sender lays it out before packing, the
+// same in either codec: the section table when flags bit 1 is set, else the header's count and
+// size. `layout` may be null (a number without a record codec): the sections are then the pairs
+// the table lists. Counts and sizes are as the message says: checking them is the reader's.
+inline Frame plainAnswerFrame(const records::AnswerLayout* layout, const InView& in) {
+  Frame f = detail::tableFrame(layout, in);
+  f.packed = false;
+  return f;
+}
+
+// The frame of an answer of `layout` in the codec its flags name. 2008: see tableFrame. 2011:
+// the 16-bit counts ahead of a multi-section body, else the header's count.
+inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) {
+  if (header::AnswerView(in).flags().codec() == 0) return detail::tableFrame(&layout, in);
+  Frame f = detail::answerHeader(&layout, in);
   // The 2011 codec has no plain form of answers: its restore reads blocks whatever bit 0 says.
   f.packed = true;
   f.sections = layout.sectionCount;
   f.multi = layout.multiSection();
-  f.counts[0] = h.count();
+  f.counts[0] = header::AnswerView(in).count();
   if (f.multi) {
     for (int s = 0; s < f.sections; ++s) {
       f.counts[s] = in.u16(f.records + 2 * s);
