@@ -18,7 +18,7 @@ struct RecordWriter {
   RecordArea& area;
   std::int64_t dirty = 0;  // bytes written past the previous record
 
-  void decode(const records::Layout& layout, const InView& in, std::int64_t pos, u8* record,
+  void decode(const records::Layout& layout, const InView& in, const Place& p, u8* record,
               char flag) {
     // Into fresh zero pages, only what the input gives is written: the pages of a long text's
     // padding are never touched.
@@ -30,8 +30,9 @@ struct RecordWriter {
       area.prepare(record, layout.reach);
       if (dirty > 0) std::memset(record, 0, static_cast<std::size_t>(dirty));
     }
-    const std::int64_t packed = static_cast<std::int32_t>(in.u32(pos));
-    const std::int64_t reach = records::decode2008(layout, in.from(pos + 4), packed, record,
+    // The length as the format reads it: signed, so that one of 2^31 or more reads no field.
+    const std::int64_t packed = static_cast<std::int32_t>(p.length);
+    const std::int64_t reach = records::decode2008(layout, in.from(p.from), packed, record,
                                                    area.end() - record, flag, slot);
     dirty = reach - layout.size;
   }
@@ -104,7 +105,7 @@ struct Codec2008 {
         if (p.unit == Unit::Raw)
           copyRawRecord(in, p, slot, l.size, writer.area);
         else if (!l.opaque)
-          writer.decode(l, in, p.prefix, slot, flag);
+          writer.decode(l, in, p, slot, flag);
         return TRDCOMP_OK;
       }
     } v{{}, f, in, first, RecordWriter{area}, params.flag, options};
