@@ -125,7 +125,7 @@ inline constexpr std::array kAnswerRows = std::to_array<LayoutRow>({
 inline constexpr auto kAnswerFields = parseFields<totalFields(kAnswerRows)>(kAnswerRows);
 inline constexpr auto kAnswerOps = makeOps(kAnswerFields);
 inline constexpr auto kAnswerLayouts =
-    bindLayouts(kAnswerRows, kAnswerFields.data(), kAnswerOps.data());
+    bindLayouts(kAnswerRows, kAnswerFields.data(), kAnswerOps.data(), kAnswerTable);
 
 }  // namespace trdcomp::records
 

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "primitives/compact.h"
+#include "records/answer_layouts.h"
+#include "records/request_layouts.h"
 
 namespace trdcomp::records {
 namespace {
@@ -80,8 +83,8 @@ TRDCOMP_INLINE std::uint32_t encodeNumbers(const Record& record, std::int64_t at
   return static_cast<std::uint32_t>(p - out);
 }
 
-template <class Record>
-TRDCOMP_INLINE std::uint32_t encodeField(const FieldOp& f, const Record& record, std::int64_t base,
+template <class F, class Record>
+TRDCOMP_INLINE std::uint32_t encodeField(const F& f, const Record& record, std::int64_t base,
                                          u8* out, char flag) {
   std::int64_t at = base + f.offset;
   switch (f.kind) {
@@ -183,8 +186,8 @@ TRDCOMP_INLINE bool decodeNumbers(const InsideBytes& in, std::int64_t& pos, std:
 // Decodes one field at `pos`; `record` has `room` writable bytes. Into a zero record, a field
 // writes only what it holds; with kFill, it writes every byte of its width (texts and blocks
 // padded with zeros), so that the record need not be zeroed first.
-template <bool kFill, class In>
-TRDCOMP_INLINE void decodeField(const FieldOp& f, const In& in, std::int64_t& pos, u8* record,
+template <bool kFill, class F, class In>
+TRDCOMP_INLINE void decodeField(const F& f, const In& in, std::int64_t& pos, u8* record,
                                 std::int64_t room, std::int64_t base, char flag, Spill& spill) {
   std::int64_t at = base + f.offset;
   u8* dst = record + at;
@@ -289,7 +292,8 @@ std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, 
 enum class Reads { Checked, PerField, Inside };
 
 // The most bytes one field reads from where it starts (see Layout::readSpan).
-constexpr std::int64_t fieldSpan(const FieldOp& f) {
+template <class F>
+constexpr std::int64_t fieldSpan(const F& f) {
   switch (f.kind) {
     case Kind::Text: return 4 + std::max<std::int64_t>(f.cap, InsideBytes::kTextLoad);
     case Kind::ShortText:
@@ -299,8 +303,8 @@ constexpr std::int64_t fieldSpan(const FieldOp& f) {
   }
 }
 
-template <Reads kReads, bool kFill>
-TRDCOMP_INLINE void decodeOne(const FieldOp& f, const InView& in, std::int64_t& pos, u8* record,
+template <Reads kReads, bool kFill, class F>
+TRDCOMP_INLINE void decodeOne(const F& f, const InView& in, std::int64_t& pos, u8* record,
                               std::int64_t room, std::int64_t base, char flag, Spill& spill) {
   if (kReads == Reads::Inside || (kReads == Reads::PerField && in.size() - pos >= fieldSpan(f)))
     decodeField<kFill>(f, InsideBytes{{in.data()}}, pos, record, room, base, flag, spill);
@@ -377,6 +381,226 @@ std::int64_t decodeFields(const Layout& layout, const InView& in, std::int64_t a
   return spill.reach;
 }
 
+// A field known when the library is built: the same descriptor, its members constants, so that
+// the field functions above fold into straight code for it.
+template <FieldOp Op>
+struct Fixed {
+  static constexpr std::uint16_t offset = Op.offset, width = Op.width, cap = Op.cap;
+  static constexpr Kind kind = Op.kind;
+  static constexpr std::uint16_t countOffset = Op.countOffset;
+};
+
+// A text or block field: its kind known when the library is built, its place and width at run
+// time. Such fields take one shared routine per kind and way of reading, so that the code of a
+// layout stays small; the rest are folded into straight code.
+template <Kind K>
+struct OfKind {
+  static constexpr Kind kind = K;
+  std::uint16_t offset, width, cap, countOffset;
+};
+constexpr bool bulky(Kind k) {
+  return k == Kind::Text || k == Kind::ShortText || k == Kind::Block || k == Kind::CountedBlock;
+}
+template <FieldOp Op>
+constexpr OfKind<Op.kind> ofKind() {
+  return {Op.offset, Op.width, Op.cap, Op.countOffset};
+}
+
+// What a record's decoding carries from field to field.
+struct DecodeState {
+  const InView& in;
+  std::int64_t available;
+  u8* record;
+  std::int64_t room;
+  char flag;
+  FieldTrace* trace;
+  std::int64_t pos = 0;
+  Spill spill{};
+};
+
+// One field through its shared routine: false when the input is used up before it.
+template <Reads kReads, bool kFill, Kind K>
+[[gnu::noinline]] bool decodeShared(DecodeState& d, OfKind<K> f, std::int64_t base,
+                                    std::int64_t entry, int index) {
+  if (d.pos >= d.available) return false;
+  const std::int64_t from = d.pos;
+  decodeOne<kReads, kFill>(f, d.in, d.pos, d.record, d.room, base, d.flag, d.spill);
+  if constexpr (kReads == Reads::Checked)
+    if (d.trace) d.trace->field(index, entry, base + f.offset, from, d.pos);
+  return true;
+}
+
+template <class Record>
+struct EncodeState {
+  const Record& record;
+  u8* p;
+  char flag;
+};
+
+template <class Record, Kind K>
+[[gnu::noinline]] void encodeShared(EncodeState<Record>& e, OfKind<K> f, std::int64_t base) {
+  e.p += encodeField(f, e.record, base, e.p, e.flag);
+}
+
+// The fields of layout `Layouts[I]` decoded by straight code: the same steps as decodeFields,
+// unrolled over the layout's fields at build time.
+template <auto& Layouts, std::size_t I, Reads kReads, bool kFill>
+struct Decoder : DecodeState {
+  static constexpr const Layout& L = Layouts[I];
+  static constexpr FieldOp op(std::size_t k) { return L.ops[k]; }
+  // Whether field k is decoded by another's step: a group member, or a char of a run that its
+  // first char copies whole (unchecked reads only).
+  static constexpr bool follower(std::size_t k) {
+    for (std::size_t i = 0; i < L.fieldCount;) {
+      if (i == k) return false;
+      const FieldOp& f = L.ops[i];
+      if (f.kind == Kind::Group)
+        i += 1 + f.members;
+      else if (kReads == Reads::Inside && f.kind == Kind::Char && f.run > 1)
+        i += f.run;
+      else
+        ++i;
+      if (i > k) return true;
+    }
+    return true;
+  }
+
+  template <std::size_t K>
+  TRDCOMP_INLINE bool field(std::int64_t base, std::int64_t entry) {
+    // Checked reads (records near the end of the input, and the reference) take the shared
+    // routines for every field: they are rare, and their code would be most of the library's.
+    if constexpr (bulky(op(K).kind) || kReads != Reads::Inside) {
+      return decodeShared<kReads, kFill>(*this, ofKind<op(K)>(), base, entry, int(K));
+    } else {
+      if (pos >= available) return false;
+      decodeOne<kReads, kFill>(Fixed<op(K)>{}, in, pos, record, room, base, flag, spill);
+      return true;
+    }
+  }
+
+  // Chars end to end travel as they lie: one copy for the run when it lies before `available`.
+  template <std::size_t K, std::size_t... R>
+  TRDCOMP_INLINE bool run(std::index_sequence<R...>) {
+    constexpr std::int64_t n = sizeof...(R);
+    if (pos >= available) return false;
+    if (pos + n <= available) {
+      std::memcpy(record + op(K).offset, in.ptr(pos), n);
+      pos += n;
+      return true;
+    }
+    return (field<K + R>(0, -1) && ...);
+  }
+
+  template <std::size_t K, std::size_t... M>
+  TRDCOMP_INLINE bool group(std::index_sequence<M...>) {
+    constexpr FieldOp g = op(K);
+    if (pos >= available) return false;
+    const std::int64_t n = groupEntries(g, loadI32(record + g.countOffset));
+    for (std::int64_t e = 0; e < n; ++e)
+      if (!(field<K + 1 + M>(g.offset + e * g.stride, e) && ...)) return false;
+    // The entries past the count restore as zeros.
+    if constexpr (kFill)
+      std::memset(record + g.offset + n * g.stride, 0,
+                  static_cast<std::size_t>((g.repeat - n) * g.stride));
+    return true;
+  }
+
+  template <std::size_t K>
+  TRDCOMP_INLINE bool step() {
+    if constexpr (follower(K)) {
+      return true;
+    } else if constexpr (op(K).kind == Kind::Group) {
+      return group<K>(std::make_index_sequence<op(K).members>{});
+    } else if constexpr (kReads == Reads::Inside && op(K).kind == Kind::Char && op(K).run > 1) {
+      return run<K>(std::make_index_sequence<op(K).run>{});
+    } else {
+      return field<K>(0, -1);
+    }
+  }
+
+  template <std::size_t... K>
+  TRDCOMP_INLINE bool all(std::index_sequence<K...>) {
+    return (step<K>() && ...);
+  }
+
+  [[gnu::noinline]] static std::int64_t decode(const InView& in, std::int64_t available, u8* record,
+                                               std::int64_t room, char flag,
+                                               FieldTrace* trace = nullptr) {
+    Decoder d{{in, available, record, room, flag, trace}};
+    d.spill.reach = L.size;
+    if (!d.all(std::make_index_sequence<L.fieldCount>{})) return kFill ? kUnfilled : d.spill.reach;
+    return d.spill.reach;
+  }
+};
+
+// The fields of layout `Layouts[I]` encoded by straight code: the same steps as encodeFields.
+template <auto& Layouts, std::size_t I, class Record>
+struct Encoder : EncodeState<Record> {
+  using EncodeState<Record>::record;
+  using EncodeState<Record>::p;
+  using EncodeState<Record>::flag;
+  static constexpr const Layout& L = Layouts[I];
+  static constexpr FieldOp op(std::size_t k) { return L.ops[k]; }
+  // Checked reads (records cut short, and the reference) take the shared routine for every
+  // field, runs included.
+  static constexpr bool kRuns = !std::is_same_v<Record, InView>;
+  // Whether field k is encoded by another's step: a group member, or a later field of a run.
+  static constexpr bool follower(std::size_t k) {
+    for (std::size_t i = 0; i < L.fieldCount;) {
+      if (i == k) return false;
+      const FieldOp& f = L.ops[i];
+      i += f.kind == Kind::Group ? 1 + f.members : f.run > 1 && kRuns ? f.run : 1;
+      if (i > k) return true;
+    }
+    return true;
+  }
+
+  template <std::size_t K>
+  TRDCOMP_INLINE void one(std::int64_t base) {
+    if constexpr (bulky(op(K).kind) || std::is_same_v<Record, InView>)
+      encodeShared<Record>(*this, ofKind<op(K)>(), base);
+    else
+      p += encodeField(Fixed<op(K)>{}, record, base, p, flag);
+  }
+
+  template <std::size_t K, std::size_t... M>
+  TRDCOMP_INLINE void group(std::index_sequence<M...>) {
+    constexpr FieldOp g = op(K);
+    // A counted group: only the entries its count names, at most `repeat`.
+    const std::int64_t n = groupEntries(g, record.i32(g.countOffset));
+    for (std::int64_t e = 0; e < n; ++e) (one<K + 1 + M>(g.offset + e * g.stride), ...);
+  }
+
+  template <std::size_t K>
+  TRDCOMP_INLINE void step() {
+    constexpr FieldOp f = op(K);
+    if constexpr (follower(K)) {
+      return;
+    } else if constexpr (f.kind == Kind::Group) {
+      group<K>(std::make_index_sequence<f.members>{});
+    } else if constexpr (kRuns && f.run > 1 && f.kind == Kind::Char) {
+      // Chars end to end travel as they lie; numbers end to end in one loop of their kind.
+      record.copyOut(p, f.offset, f.run);
+      p += f.run;
+    } else if constexpr (kRuns && f.run > 1) {
+      p += encodeNumbers<f.kind>(record, f.offset, f.run, p, flag);
+    } else {
+      one<K>(0);
+    }
+  }
+
+  template <std::size_t... K>
+  TRDCOMP_INLINE void all(std::index_sequence<K...>) {
+    (step<K>(), ...);
+  }
+
+  [[gnu::noinline]] static std::uint32_t encode(const Record& record, u8* out, char flag) {
+    Encoder e{{record, out, flag}};
+    e.all(std::make_index_sequence<L.fieldCount>{});
+    return static_cast<std::uint32_t>(e.p - out);
+  }
+};
+
 // Records near the end of the input are copied, with the bytes that follow them in the input,
 // into a buffer padded with zeros: there they read as they would through the checked view (a
 // byte past the input reads as zero) but without a check per field.
@@ -398,9 +622,75 @@ std::int64_t decodeRecord(const Layout& layout, const InView& in, std::int64_t a
   return decodeFields<Reads::PerField, kFill>(layout, in, available, record, room, flag);
 }
 
+// The compiled codec of a layout: its straight-code field steps for each way of reading.
+using FieldsFn = std::int64_t (*)(const InView&, std::int64_t, u8*, std::int64_t, char,
+                                  FieldTrace*);
+using EncodeFn = std::uint32_t (*)(const InView&, u8*, char);
+struct Codec {
+  FieldsFn inside[2];  // unchecked reads into a zero record, and filling any record (or null)
+  FieldsFn checked;    // checked reads into a zero record; the reference
+  EncodeFn whole;      // a record wholly inside the caller's body
+  EncodeFn view;       // any record, through checked reads; the reference
+};
+
+template <auto& Layouts, std::size_t I>
+constexpr Codec compiledCodec() {
+  constexpr bool fills = Layouts[I].fills;
+  FieldsFn fill = nullptr;
+  if constexpr (fills) fill = &Decoder<Layouts, I, Reads::Inside, true>::decode;
+  return Codec{{&Decoder<Layouts, I, Reads::Inside, false>::decode, fill},
+               &Decoder<Layouts, I, Reads::Checked, false>::decode,
+               [](const InView& r, u8* out, char flag) {
+                 return Encoder<Layouts, I, WholeRecord>::encode(WholeRecord{r}, out, flag);
+               },
+               &Encoder<Layouts, I, InView>::encode};
+}
+
+template <auto& Layouts, std::size_t... I>
+constexpr auto compile(std::index_sequence<I...>) {
+  return std::array<Codec, sizeof...(I)>{compiledCodec<Layouts, I>()...};
+}
+
+constexpr auto kRequestCodecs =
+    compile<kRequestLayouts>(std::make_index_sequence<kRequestLayouts.size()>{});
+constexpr auto kAnswerCodecs =
+    compile<kAnswerLayouts>(std::make_index_sequence<kAnswerLayouts.size()>{});
+
+// One record by the compiled steps: unchecked while the record and its read span lie inside the
+// input; near the end, from a copy padded with zeros (where bytes past the input read as zero,
+// as through the checked view); far from any pad, through checked reads. `kFill` decodings
+// that stop early give kUnfilled.
+template <bool kFill>
+std::int64_t decodeCompiled(const Codec& c, const Layout& l, const InView& in,
+                            std::int64_t available, u8* record, std::int64_t room, char flag) {
+  const FieldsFn inside = c.inside[kFill];
+  if (insideForDecode2008(l, in, available))
+    return inside(in, available, record, room, flag, nullptr);
+  if (available >= 0 && available + l.readSpan <= kPadded) {
+    u8 padded[kPadded];
+    const std::int64_t held = std::min<std::int64_t>(in.size(), available + l.readSpan);
+    in.copyAvailable(padded, 0, held);
+    std::memset(padded + held, 0, static_cast<std::size_t>(available + l.readSpan - held));
+    return inside(InView(padded, available + l.readSpan), available, record, room, flag, nullptr);
+  }
+  if (kFill) return kUnfilled;  // the caller zeroes the record and decodes it the plain way
+  return c.checked(in, available, record, room, flag, nullptr);
+}
+
+// The compiled codec of a catalogue layout; null for a layout built elsewhere.
+const Codec* compiledOf(const Layout& l) {
+  switch (l.table) {
+    case kRequestTable: return &kRequestCodecs[l.index];
+    case kAnswerTable: return &kAnswerCodecs[l.index];
+    default: return nullptr;
+  }
+}
+
 }  // namespace
 
 std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, char flag) {
+  if (const Codec* c = compiledOf(layout))
+    return record.size() >= layout.size ? c->whole(record, out, flag) : c->view(record, out, flag);
   // A record cut short by the end of the body reads zeros past it: checked loads.
   if (record.size() >= layout.size) return encodeFields(layout, WholeRecord{record}, out, flag);
   return encodeFields(layout, record, out, flag);
@@ -430,6 +720,15 @@ bool insideForDecode2008(const Layout& layout, const InView& in, std::int64_t av
 
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag, Slot slot) {
+  if (const Codec* c = compiledOf(layout)) {
+    if (slot == Slot::Any && c->inside[1]) {
+      const std::int64_t reach =
+          decodeCompiled<true>(*c, layout, in, available, record, room, flag);
+      if (reach != kUnfilled) return reach;
+      std::memset(record, 0, layout.size);
+    }
+    return decodeCompiled<false>(*c, layout, in, available, record, room, flag);
+  }
   if (slot == Slot::Any) {
     const std::int64_t reach = decodeRecord<true>(layout, in, available, record, room, flag);
     if (reach != kUnfilled) return reach;
@@ -439,11 +738,14 @@ std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t ava
 }
 
 std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
+  if (const Codec* c = compiledOf(layout)) return c->view(record, out, flag);
   return encodeFields(layout, record, out, flag);
 }
 
 std::int64_t decode2008Checked(const Layout& layout, const InView& in, std::int64_t available,
                                u8* record, std::int64_t room, char flag, FieldTrace* trace) {
+  if (const Codec* c = compiledOf(layout))
+    return c->checked(in, available, record, room, flag, trace);
   return decodeFields<Reads::Checked, false>(layout, in, available, record, room, flag, trace);
 }
 

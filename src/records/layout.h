@@ -111,6 +111,10 @@ struct Layout {
   std::uint16_t fastFields[3] = {};
   std::string_view text;        // the row as written
   std::string_view attributes;  // the row's attributes as written
+  // Where the layout lies among the catalogue's: its table and its place there, so that the
+  // codecs compiled for the tables are found without searching (kNoTable: built elsewhere).
+  std::uint8_t table = 0;
+  std::uint16_t index = 0;
 
   constexpr const Field* begin() const { return fields; }
   constexpr const Field* end() const { return fields + fieldCount; }
@@ -584,14 +588,20 @@ constexpr std::array<FieldOp, Total> makeOps(const std::array<Field, Total>& fie
   return ops;
 }
 
+// The catalogue's layout tables (Layout::table).
+enum LayoutTable : std::uint8_t { kNoTable, kRequestTable, kAnswerTable };
+
 template <std::size_t Rows>
 constexpr std::array<Layout, Rows> bindLayouts(const std::array<LayoutRow, Rows>& rows,
-                                               const Field* fields, const FieldOp* ops) {
+                                               const Field* fields, const FieldOp* ops,
+                                               LayoutTable table = kNoTable) {
   std::array<Layout, Rows> layouts{};
   std::size_t at = 0;
   for (std::size_t i = 0; i < Rows; ++i) {
     layouts[i] = bindLayout(rows[i], fields + at);
     layouts[i].ops = ops + at;
+    layouts[i].table = table;
+    layouts[i].index = static_cast<std::uint16_t>(i);
     at += layouts[i].fieldCount;
   }
   return layouts;

@@ -101,6 +101,6 @@ inline constexpr std::array kRequestRows = std::to_array<LayoutRow>({
 inline constexpr auto kRequestFields = parseFields<totalFields(kRequestRows)>(kRequestRows);
 inline constexpr auto kRequestOps = makeOps(kRequestFields);
 inline constexpr auto kRequestLayouts =
-    bindLayouts(kRequestRows, kRequestFields.data(), kRequestOps.data());
+    bindLayouts(kRequestRows, kRequestFields.data(), kRequestOps.data(), kRequestTable);
 
 }  // namespace trdcomp::records
