@@ -188,6 +188,14 @@ TEST(CInterface, RefusesWithTheEntryPointsReasonAndItsOffset) {
     EXPECT_EQ(err.offset, c.offset) << c.what;
     EXPECT_EQ(out, nullptr) << c.what;
   }
+  // A field the message is too short to hold is faulted where the message ends.
+  const unsigned char none[1] = {};
+  void* out = nullptr;
+  std::size_t n = 0;
+  trdcomp_error err{};
+  EXPECT_EQ(trdcomp_restore(none, 0, TRDCOMP_REQUEST, 0, 0, &out, &n, &err),
+            TRDCOMP_ERROR_NEGATIVE_SIZE);
+  EXPECT_EQ(err.offset, 0);
   EXPECT_EQ(pack(packed).err.offset, 8);  // packed already
   EXPECT_EQ(restore(packed, 100).status, TRDCOMP_ERROR_LIMIT);
 }
