@@ -178,9 +178,10 @@ struct MessageFraming {
     std::int64_t largest = 0;
     for (int s = 0; s < f.sections; ++s)
       largest = std::max<std::int64_t>(largest, f.layouts[s]->size);
-    const std::int64_t present = recordsPresent(f, in);
+    // Only a claim large enough for fresh pages needs the records counted (a walk of the input).
+    const std::int64_t claimed = length - kAnswerHeader - f.tableBytesRestored();
     const bool fresh =
-        freshPages(length - kAnswerHeader - f.tableBytesRestored(), present, largest);
+        claimed >= kFreshPages && freshPages(claimed, recordsPresent(f, in), largest);
     u8* o = startRestore(in, length, f.slack, kAnswerHeader, fresh);
     *out = reinterpret_cast<char*>(o);
     outLen = o ? static_cast<int>(length) : 0;
