@@ -60,6 +60,7 @@ const char* opName(Op op) {
     case Op::Memcpy: return "memcpy";
     case Op::MallocMemcpyFree: return "malloc_memcpy_free";
     case Op::MallocSlackFree: return "malloc_slack_free";
+    case Op::RestoreInto: return "restore_into";
   }
   return "?";
 }

@@ -26,7 +26,8 @@ enum class Op {
   ZstdDecompress,
   Memcpy,
   MallocMemcpyFree,
-  MallocSlackFree  // the restored buffer's own cost: malloc, copy, zeroed slack, free
+  MallocSlackFree,  // the restored buffer's own cost: malloc, copy, zeroed slack, free
+  RestoreInto       // trdcomp into the caller's buffer, nothing allocated
 };
 const char* opName(Op op);
 
