@@ -71,19 +71,20 @@ static_assert(sizeof(tagANS_Proc) == 120, "answer descriptor is 120 bytes");
 #define TRDCOMP_ROUTINES(X)                                                                       \
   X(1000)                                                                                         \
   X(1001)                                                                                         \
-  X(1002) X(1003) X(1004) X(1005) X(1006) X(1007) X(1008) X(1009) X(1010) X(1011) X(1012) X(1013) \
-      X(1014) X(1015) X(1016) X(1018) X(1019) X(1020) X(1021) X(1023) X(1024) X(1025) X(1026)     \
-          X(1027) X(1030) X(1031) X(1032) X(1033) X(1034) X(1035) X(1036) X(1040) X(1041) X(1042) \
-              X(1043) X(1044) X(1045) X(1050) X(1051) X(1052) X(1053) X(1054) X(1055) X(1056)     \
-                  X(1057) X(1058) X(1059) X(1060) X(1061) X(1062) X(1063) X(1064) X(1065) X(1066) \
-                      X(1067) X(1068) X(1070) X(1071) X(1072) X(1073) X(1074) X(1075) X(1076)     \
-                          X(1077) X(1078) X(1079) X(1080) X(1081) X(1082) X(1083) X(1084) X(1085) \
-                              X(1086) X(1087) X(1100) X(1101) X(1102) X(1103) X(1104) X(1110)     \
-                                  X(1111) X(1112) X(1113) X(1114) X(1115) X(1116) X(1117) X(1118) \
-                                      X(1119) X(1120) X(1121) X(1122) X(1130) X(1131) X(1132)     \
-                                          X(1133) X(1134) X(1200) X(1201) X(1202) X(1203) X(1204) \
-                                              X(1205) X(1206) X(1250) X(1251) X(1260) X(1261)     \
-                                                  X(8996) X(8997)
+  X(1002)                                                                                         \
+  X(1003) X(1004) X(1005) X(1006) X(1007) X(1008) X(1009) X(1010) X(1011) X(1012) X(1013) X(1014) \
+      X(1015) X(1016) X(1018) X(1019) X(1020) X(1021) X(1023) X(1024) X(1025) X(1026) X(1027)     \
+          X(1030) X(1031) X(1032) X(1033) X(1034) X(1035) X(1036) X(1040) X(1041) X(1042) X(1043) \
+              X(1044) X(1045) X(1050) X(1051) X(1052) X(1053) X(1054) X(1055) X(1056) X(1057)     \
+                  X(1058) X(1059) X(1060) X(1061) X(1062) X(1063) X(1064) X(1065) X(1066) X(1067) \
+                      X(1068) X(1070) X(1071) X(1072) X(1073) X(1074) X(1075) X(1076) X(1077)     \
+                          X(1078) X(1079) X(1080) X(1081) X(1082) X(1083) X(1084) X(1085) X(1086) \
+                              X(1087) X(1100) X(1101) X(1102) X(1103) X(1104) X(1110) X(1111)     \
+                                  X(1112) X(1113) X(1114) X(1115) X(1116) X(1117) X(1118) X(1119) \
+                                      X(1120) X(1121) X(1122) X(1130) X(1131) X(1132) X(1133)     \
+                                          X(1134) X(1200) X(1201) X(1202) X(1203) X(1204) X(1205) \
+                                              X(1206) X(1250) X(1251) X(1260) X(1261) X(8996)     \
+                                                  X(8997)
 #define TRDCOMP_REQUEST_ROUTINES(X) TRDCOMP_ROUTINES(X) X(8999)
 #define TRDCOMP_ANSWER_ROUTINES(X) TRDCOMP_ROUTINES(X) X(8998)
 
@@ -249,6 +250,47 @@ class TRDCOMP_API CTrdCompData {
                               int maxOutLen, int* reason = nullptr);
   static int RestoreAns2008Ex(char* in, int inLen, char** out, int& outLen, char flag,
                               int maxOutLen, int* reason = nullptr);
+
+  // Restoring into the caller's buffer, nothing allocated. The restored bytes are the ones
+  // RestoreReq2008 / RestoreAns2008 hand back, `outLen` of them.
+  //
+  // RestoreReqLength / RestoreAnsLength: the size of the restored message, header included:
+  // the `outSize` that RestoreReq2008Into / RestoreAns2008Into need, and the `outLen` they
+  // give. It comes from the header, the section table and the counts only (no record is
+  // decoded), and is -1 for a message the restore refuses, with one exception: a 2011
+  // dictionary index past its entries is a field of a record, found only by the restore
+  // (TRDCOMP_ERROR_DICTIONARY_INDEX). Refusals that depend on memory (a failed allocation) are
+  // not foreseen either. 0: a message that restores to nothing (function number 1017).
+  // The size holds no slack: where the classic restores let a text's decode cap run past the
+  // last record into their slack, the Into restores stop it at the end of the message; the
+  // bytes up to `outLen` are the same. It is below 2^31 - 1 with the classic restore's slack
+  // (1024 bytes for requests, 10 or 1024 for answers), which restores the same message.
+  // Reads only [in, in + inLen); the work follows the header and, for 2011 messages, the length
+  // prefixes of the records present.
+  static long long RestoreReqLength(const char* in, int inLen);
+  static long long RestoreAnsLength(const char* in, int inLen);
+  // RestoreReq2008Into / RestoreAns2008Into: restore the message `in` of `inLen` bytes into
+  // `out`, which holds `outSize` bytes (`out` may be null when `outSize` is 0); `flag` is the
+  // 2008 codec flag, as for RestoreReq2008. Returns 1 with `outLen` = the restored length, or 0
+  // with `outLen` = 0 and, when `reason` is not null, the TrdCompError in `*reason` (TRDCOMP_OK
+  // on success). Refuses what RestoreReq2008Ex / RestoreAns2008Ex without a ceiling refuse, for
+  // the same reasons, and also: a negative `outSize` (TRDCOMP_ERROR_NEGATIVE_SIZE), a null
+  // `out` with bytes (TRDCOMP_ERROR_NULL_ARGUMENT), and a restored message longer than
+  // `outSize` (TRDCOMP_ERROR_OUTPUT_TOO_SMALL, before anything is written; call
+  // RestoreReqLength / RestoreAnsLength first to size `out`). Nothing is allocated, but for
+  // the table of a 2011 dictionary section's entries (answers only), released before the call
+  // returns (its failure: TRDCOMP_ERROR_ALLOCATION).
+  // Writes only [out, out + outLen) (never past `outSize`); `out` need not be zeroed. A refusal
+  // found in the records (a 2011 count that differs from the header's, a dictionary index past
+  // its entries) may leave those bytes written: they are not a message. Records the input does
+  // not hold restore as zeros (the truncated-answer rule), so `outLen` may be far above
+  // `inLen`: the work is the input's records plus the zeroing of the rest of `outLen`, which
+  // the caller bounds by the `outSize` it gives. Reads only [in, in + inLen).
+  static int RestoreReq2008Into(char* in, int inLen, char* out, int outSize, int& outLen, char flag,
+                                int* reason = nullptr);
+  static int RestoreAns2008Into(char* in, int inLen, char* out, int outSize, int& outLen, char flag,
+                                int* reason = nullptr);
+
   // A short constant text naming a TrdCompError ("unknown error" for other values).
   static const char* ErrorName(int reason);
 

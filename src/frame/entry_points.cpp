@@ -3,6 +3,7 @@
 // of packed sizes.
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "TrdCompData.h"
 #include "frame/catalogue.h"
@@ -103,39 +104,82 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
   return s;
 }
 
-Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
-                      const RestoreOptions& options, bool& passedThrough) {
+Status planRequest(const InView& in, char flag, const RestoreOptions& options, RequestPlan& p) {
   const trdcomp::header::View h(in);
   const int nibble = h.flags().nibble();
   const Entry* e = trdcomp::frame::find(h.function());
-  passedThrough = false;
-  switch (requestForm(e)) {
+  p.form = requestForm(e);
+  switch (p.form) {
     case RequestForm::HeaderOnly:
-    case RequestForm::Routine: {
-      const CodecOps& codec = codecOf(nibble);
-      return codec.restoreRequest(*e->request[codec.index], in, out, outLen, Params{flag, nibble},
-                                  options);
-    }
+    case RequestForm::Routine:
+      p.codec = &codecOf(nibble);
+      p.layout = e->request[p.codec->index];
+      p.params = Params{flag, nibble};
+      return p.codec->planRequest(*p.layout, in, p.params, options, p.restore);
     case RequestForm::NoBody: return TRDCOMP_OK;
     case RequestForm::PassThrough: break;
   }
   // A packed body cannot pass through.
   if (h.flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
   if (in.size() > options.maxLength) return TRDCOMP_ERROR_LIMIT;
-  passedThrough = true;
-  outLen = static_cast<int>(in.size());
-  u8* o = trdcomp::allocateZeroed(in.size() + kPassThroughSlack);
-  if (!o) return TRDCOMP_ERROR_ALLOCATION;
-  std::memcpy(o, in.data(), static_cast<std::size_t>(in.size()));
-  *out = reinterpret_cast<char*>(o);
+  p.restore.length = in.size();
+  p.restore.slack = kPassThroughSlack;
   return TRDCOMP_OK;
 }
 
-Status checkRequestArguments(const char* in, int inLen, char** out) {
-  if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+Status restoreRequestInto(const InView& in, const RequestPlan& p,
+                          const trdcomp::framing::RestoreTarget& target,
+                          const RestoreOptions& options) {
+  switch (p.form) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine:
+      return p.codec->restoreRequestInto(*p.layout, in, p.restore, target, p.params, options);
+    case RequestForm::NoBody: return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  std::memcpy(target.out, in.data(), static_cast<std::size_t>(in.size()));
+  return TRDCOMP_OK;
+}
+
+Status checkFrame(const InView& in, const RequestPlan& p) {
+  return p.codec ? p.codec->checkFrame(p.restore, in, p.params) : TRDCOMP_OK;
+}
+
+Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
+                      const RestoreOptions& options, bool& passedThrough) {
+  passedThrough = false;
+  RequestPlan p;
+  if (Status s = planRequest(in, flag, options, p)) return s;
+  trdcomp::framing::RestoreTarget target{};
+  switch (p.form) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine:
+      target = trdcomp::framing::allocateRestored(p.restore, in);
+      if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
+      // From here on the buffer is the caller's, also when a refusal follows.
+      *out = reinterpret_cast<char*>(target.out);
+      outLen = static_cast<int>(p.restore.length);
+      return restoreRequestInto(in, p, target, options);
+    case RequestForm::NoBody: return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  passedThrough = true;
+  outLen = static_cast<int>(in.size());
+  target.out = trdcomp::allocateZeroed(in.size() + kPassThroughSlack);
+  if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
+  *out = reinterpret_cast<char*>(target.out);
+  return restoreRequestInto(in, p, target, options);
+}
+
+Status checkRequestInput(const char* in, int inLen) {
+  if (!in) return TRDCOMP_ERROR_NULL_ARGUMENT;
   if (inLen < 1) return TRDCOMP_ERROR_NEGATIVE_SIZE;
   return trdcomp::header::View(InView(in, inLen)).length() > inLen ? TRDCOMP_ERROR_HEADER_LENGTH
                                                                    : TRDCOMP_OK;
+}
+
+Status checkRequestArguments(const char* in, int inLen, char** out) {
+  return out ? checkRequestInput(in, inLen) : TRDCOMP_ERROR_NULL_ARGUMENT;
 }
 
 // ---- Answers ------------------------------------------------------------------------------
@@ -244,53 +288,96 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
   return s;
 }
 
-namespace {
-
-// An answer restored without a routine: header, table and body copied as they came, only the
-// header length normalised. Sizes come from the message and are checked against the limits of
-// a restored length; bytes the message does not hold arrive as zeros.
-Status restoreRawAnswer(const InView& in, char** out, int& outLen, const RestoreOptions& options) {
-  if (trdcomp::header::View(in).flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
-  const trdcomp::framing::RawAnswer r = trdcomp::framing::rawAnswer(in);
-  if (r.tooLarge) return TRDCOMP_ERROR_TOO_LARGE;
-  if (r.table < 0 || r.body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
-  const std::int64_t length = kAnswerHeader + r.table + r.body;
-  if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
-  if (length > options.maxLength) return TRDCOMP_ERROR_LIMIT;
-  u8* o = trdcomp::allocateZeroed(length + kPassThroughSlack);
-  if (!o) return TRDCOMP_ERROR_ALLOCATION;
-  in.copyAvailable(o, 0, kAnswerHeader);
-  trdcomp::header::setLength(o, kAnswerHeader);
-  in.copyAvailable(o + kAnswerHeader, r.headerLength, r.table);
-  in.copyAvailable(o + kAnswerHeader + r.table, r.headerLength + r.table, r.body);
-  *out = reinterpret_cast<char*>(o);
-  outLen = static_cast<int>(length);
-  return TRDCOMP_OK;
-}
-
-}  // namespace
-
-Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
-                     const RestoreOptions& options) {
+Status planAnswer(const InView& in, char flag, const RestoreOptions& options, AnswerPlan& p) {
   const trdcomp::header::View h(in);
   const int nibble = h.flags().nibble();
   const Entry* e = trdcomp::frame::find(h.function());
-  switch (answerForm(e)) {
-    case AnswerForm::Routine: {
-      const CodecOps& codec = codecOf(nibble);
-      return codec.restoreAnswer(*e->answerRestore[codec.index], in, out, outLen,
-                                 Params{flag, nibble}, options);
-    }
+  p.form = answerForm(e);
+  switch (p.form) {
+    case AnswerForm::Routine:
+      p.codec = &codecOf(nibble);
+      p.layout = e->answerRestore[p.codec->index];
+      p.params = Params{flag, nibble};
+      return p.codec->planAnswer(*p.layout, in, options, p.restore);
     case AnswerForm::NoBody: return TRDCOMP_OK;
     case AnswerForm::PassThrough: break;
   }
-  return restoreRawAnswer(in, out, outLen, options);
+  // An answer restored without a routine: header, table and body copied as they came, only the
+  // header length normalised. Sizes come from the message and are checked against the limits
+  // of a restored length; bytes the message does not hold arrive as zeros.
+  if (h.flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  p.raw = trdcomp::framing::rawAnswer(in);
+  if (p.raw.tooLarge) return TRDCOMP_ERROR_TOO_LARGE;
+  if (p.raw.table < 0 || p.raw.body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  const std::int64_t length = kAnswerHeader + p.raw.table + p.raw.body;
+  if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
+  if (length > options.maxLength) return TRDCOMP_ERROR_LIMIT;
+  p.restore.length = length;
+  p.restore.slack = kPassThroughSlack;
+  return TRDCOMP_OK;
+}
+
+Status restoreAnswerInto(const InView& in, const AnswerPlan& p,
+                         const trdcomp::framing::RestoreTarget& target,
+                         const RestoreOptions& options) {
+  switch (p.form) {
+    case AnswerForm::Routine:
+      return p.codec->restoreAnswerInto(in, p.restore, target, p.params, options);
+    case AnswerForm::NoBody: return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  // Zero pages take only the bytes the message holds; other memory is cleared where it lacks.
+  const auto copy = [&](u8* to, std::int64_t from, std::int64_t n) {
+    if (target.zeroed)
+      in.copyAvailable(to, from, n);
+    else
+      in.copyOut(to, from, n);
+  };
+  u8* o = target.out;
+  const trdcomp::framing::RawAnswer& r = p.raw;
+  copy(o, 0, kAnswerHeader);
+  trdcomp::header::setLength(o, kAnswerHeader);
+  copy(o + kAnswerHeader, r.headerLength, r.table);
+  copy(o + kAnswerHeader + r.table, r.headerLength + r.table, r.body);
+  return TRDCOMP_OK;
+}
+
+Status checkFrame(const InView& in, const AnswerPlan& p) {
+  return p.codec ? p.codec->checkFrame(p.restore, in, p.params) : TRDCOMP_OK;
+}
+
+Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
+                     const RestoreOptions& options) {
+  AnswerPlan p;
+  if (Status s = planAnswer(in, flag, options, p)) return s;
+  trdcomp::framing::RestoreTarget target{};
+  switch (p.form) {
+    case AnswerForm::Routine:
+      target = trdcomp::framing::allocateRestored(p.restore, in);
+      *out = reinterpret_cast<char*>(target.out);
+      if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
+      outLen = static_cast<int>(p.restore.length);
+      // A refusal leaves the buffer in *out, for the caller to release.
+      return restoreAnswerInto(in, p, target, options);
+    case AnswerForm::NoBody: return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  target = {trdcomp::allocateZeroed(p.restore.length + kPassThroughSlack), 0, true};
+  if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
+  restoreAnswerInto(in, p, target, options);
+  *out = reinterpret_cast<char*>(target.out);
+  outLen = static_cast<int>(p.restore.length);
+  return TRDCOMP_OK;
+}
+
+Status checkAnswerInput(const char* in, int inLen) {
+  if (!in) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  return inLen < trdcomp::header::View(InView(in, inLen)).length() ? TRDCOMP_ERROR_HEADER_LENGTH
+                                                                   : TRDCOMP_OK;
 }
 
 Status checkAnswerArguments(const char* in, int inLen, char** out) {
-  if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-  return inLen < trdcomp::header::View(InView(in, inLen)).length() ? TRDCOMP_ERROR_HEADER_LENGTH
-                                                                   : TRDCOMP_OK;
+  return out ? checkAnswerInput(in, inLen) : TRDCOMP_ERROR_NULL_ARGUMENT;
 }
 
 }  // namespace trdcomp::frame
@@ -416,6 +503,71 @@ int CTrdCompData::RestoreAns2008Ex(char* in, int inLen, char** out, int& outLen,
   if (Status s = checkAnswerArguments(in, inLen, out)) return report(s, reason);
   const Status s = restoreAnswer(InView(in, inLen), out, outLen, flag, limitOf(maxOutLen));
   return reportRestore(s, out, outLen, reason);
+}
+
+namespace {
+
+// The arguments of a restore into the caller's buffer: `out` may be null only when it has no
+// bytes.
+Status checkOutput(const char* out, int outSize) {
+  if (!out && outSize > 0) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  return outSize < 0 ? TRDCOMP_ERROR_NEGATIVE_SIZE : TRDCOMP_OK;
+}
+
+// Restores a planned message into the caller's `outSize` bytes: only the restored length is
+// written, so a decode cap running past the last record stops at its end.
+template <class Plan>
+int restoreInto(const InView& in, const Plan& p, char* out, int outSize, int& outLen, int* reason) {
+  if (p.restore.length > outSize) return report(TRDCOMP_ERROR_OUTPUT_TOO_SMALL, reason);
+  const trdcomp::framing::RestoreTarget target{reinterpret_cast<u8*>(out), p.restore.length, false};
+  const Status s = [&] {
+    if constexpr (std::is_same_v<Plan, RequestPlan>)
+      return restoreRequestInto(in, p, target, {});
+    else
+      return restoreAnswerInto(in, p, target, {});
+  }();
+  if (s == TRDCOMP_OK) outLen = static_cast<int>(p.restore.length);
+  return report(s, reason);
+}
+
+}  // namespace
+
+int CTrdCompData::RestoreReq2008Into(char* in, int inLen, char* out, int outSize, int& outLen,
+                                     char flag, int* reason) {
+  outLen = 0;
+  if (Status s = checkRequestInput(in, inLen)) return report(s, reason);
+  if (Status s = checkOutput(out, outSize)) return report(s, reason);
+  const InView view(in, inLen);
+  RequestPlan p;
+  if (Status s = planRequest(view, flag, {}, p)) return report(s, reason);
+  return restoreInto(view, p, out, outSize, outLen, reason);
+}
+
+int CTrdCompData::RestoreAns2008Into(char* in, int inLen, char* out, int outSize, int& outLen,
+                                     char flag, int* reason) {
+  outLen = 0;
+  if (Status s = checkAnswerInput(in, inLen)) return report(s, reason);
+  if (Status s = checkOutput(out, outSize)) return report(s, reason);
+  const InView view(in, inLen);
+  AnswerPlan p;
+  if (Status s = planAnswer(view, flag, {}, p)) return report(s, reason);
+  return restoreInto(view, p, out, outSize, outLen, reason);
+}
+
+long long CTrdCompData::RestoreReqLength(const char* in, int inLen) {
+  if (checkRequestInput(in, inLen)) return -1;
+  const InView view(in, inLen);
+  RequestPlan p;
+  if (planRequest(view, 0, {}, p) || checkFrame(view, p)) return -1;
+  return p.restore.length;
+}
+
+long long CTrdCompData::RestoreAnsLength(const char* in, int inLen) {
+  if (checkAnswerInput(in, inLen)) return -1;
+  const InView view(in, inLen);
+  AnswerPlan p;
+  if (planAnswer(view, 0, {}, p) || checkFrame(view, p)) return -1;
+  return p.restore.length;
 }
 
 const char* CTrdCompData::ErrorName(int reason) {
