@@ -11,6 +11,7 @@
 #include <map>
 #include <set>
 
+#include "../restore_into_check.h"
 #include "adversarial_run.h"
 #include "frame/catalogue.h"
 
@@ -199,6 +200,35 @@ TEST_F(AdversarialCorpus, PacksAndRestoresToTheRecordedBytes) {
       << "These bytes are the format's, as deployed peers write and read them. A deliberate "
          "change is a documented decision and a corpus rebuilt with "
          "tests/golden/make_adversarial.sh.";
+}
+
+// Every restored input of the corpus, and each cut at two thirds and with its middle byte
+// changed, restores into the caller's buffer as the allocating restore restores it (see
+// restore_into_check.h).
+TEST_F(AdversarialCorpus, RestoresIntoTheCallersBufferAsTheAllocatingRestore) {
+  ASSERT_GT(corpus_->size(), 10000u) << "tests/golden/adversarial.zst is missing or damaged";
+  std::vector<std::string> failures;
+  for (const Entry& e : *corpus_) {
+    const bool answer = isAnswer(e.op);
+    for (const Derived& d : derivedInputs(e.op, packs(e.op) ? e.outcome.packed : e.input)) {
+      Bytes changed = d.bytes;
+      if (!changed.empty()) changed[changed.size() / 2] ^= 0x5A;
+      const Bytes variants[] = {
+          d.bytes, Bytes(d.bytes.begin(), d.bytes.begin() + 2 * d.bytes.size() / 3), changed};
+      const char* const names[] = {"", ", cut", ", a byte changed"};
+      for (int k = 0; k < 3; ++k) {
+        const std::string r =
+            trdcomp::test::checkInto(answer, variants[k], static_cast<char>(e.flag));
+        if (!r.empty())
+          failures.push_back(e.name + ", " + restoredInput(d.tag) + names[k] + ": " + r);
+      }
+    }
+  }
+  std::string report;
+  for (std::size_t i = 0; i < failures.size() && i < 15; ++i) report += "  " + failures[i] + "\n";
+  EXPECT_TRUE(failures.empty()) << failures.size()
+                                << " restores into the caller's buffer differ, first:\n"
+                                << report;
 }
 
 // The corpus holds every number of the catalogue in both directions, with codec nibbles 0
