@@ -3,7 +3,6 @@
 // of packed sizes.
 #include <algorithm>
 #include <cstring>
-#include <type_traits>
 
 #include "TrdCompData.h"
 #include "frame/catalogue.h"
@@ -30,6 +29,7 @@ using trdcomp::frame::RequestForm;
 using trdcomp::framing::codecOf;
 using trdcomp::framing::CodecOps;
 using trdcomp::framing::Params;
+using trdcomp::framing::RestorePlan;
 using trdcomp::framing::Slots;
 
 namespace trdcomp::frame {
@@ -104,71 +104,92 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
   return s;
 }
 
-Status planRequest(const InView& in, char flag, const RestoreOptions& options, RequestPlan& p) {
+namespace {
+
+// How a request's number restores: by a routine of a codec and layout, not at all, or as a copy.
+struct RequestRoute {
+  RequestForm form = RequestForm::NoBody;
+  const CodecOps* codec = nullptr;
+  const trdcomp::records::Layout* layout = nullptr;
+  Params params;
+};
+
+RequestRoute requestRoute(const InView& in, char flag) {
   const trdcomp::header::View h(in);
-  const int nibble = h.flags().nibble();
   const Entry* e = trdcomp::frame::find(h.function());
-  p.form = requestForm(e);
-  switch (p.form) {
-    case RequestForm::HeaderOnly:
-    case RequestForm::Routine:
-      p.codec = &codecOf(nibble);
-      p.layout = e->request[p.codec->index];
-      p.params = Params{flag, nibble};
-      return p.codec->planRequest(*p.layout, in, p.params, options, p.restore);
-    case RequestForm::NoBody: return TRDCOMP_OK;
-    case RequestForm::PassThrough: break;
+  RequestRoute r;
+  r.form = requestForm(e);
+  if (r.form == RequestForm::Routine || r.form == RequestForm::HeaderOnly) {
+    const int nibble = h.flags().nibble();
+    r.codec = &codecOf(nibble);
+    r.layout = e->request[r.codec->index];
+    r.params = Params{flag, nibble};
   }
-  // A packed body cannot pass through.
-  if (h.flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
-  if (in.size() > options.maxLength) return TRDCOMP_ERROR_LIMIT;
-  p.restore.length = in.size();
-  p.restore.slack = kPassThroughSlack;
-  return TRDCOMP_OK;
+  return r;
 }
 
-Status restoreRequestInto(const InView& in, const RequestPlan& p,
-                          const trdcomp::framing::RestoreTarget& target,
-                          const RestoreOptions& options) {
-  switch (p.form) {
-    case RequestForm::HeaderOnly:
-    case RequestForm::Routine:
-      return p.codec->restoreRequestInto(*p.layout, in, p.restore, target, p.params, options);
-    case RequestForm::NoBody: return TRDCOMP_OK;
-    case RequestForm::PassThrough: break;
-  }
-  std::memcpy(target.out, in.data(), static_cast<std::size_t>(in.size()));
-  return TRDCOMP_OK;
+// A request without a routine is copied as it came; a packed body cannot pass through.
+Status passThrough(const InView& in, const RestoreOptions& options) {
+  if (trdcomp::header::View(in).flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  return in.size() > options.maxLength ? TRDCOMP_ERROR_LIMIT : TRDCOMP_OK;
 }
 
-Status checkFrame(const InView& in, const RequestPlan& p) {
-  return p.codec ? p.codec->checkFrame(p.restore, in, p.params) : TRDCOMP_OK;
-}
+}  // namespace
 
 Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
                       const RestoreOptions& options, bool& passedThrough) {
   passedThrough = false;
-  RequestPlan p;
-  if (Status s = planRequest(in, flag, options, p)) return s;
-  trdcomp::framing::RestoreTarget target{};
-  switch (p.form) {
+  const RequestRoute r = requestRoute(in, flag);
+  switch (r.form) {
     case RequestForm::HeaderOnly:
     case RequestForm::Routine:
-      target = trdcomp::framing::allocateRestored(p.restore, in);
-      if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
-      // From here on the buffer is the caller's, also when a refusal follows.
-      *out = reinterpret_cast<char*>(target.out);
-      outLen = static_cast<int>(p.restore.length);
-      return restoreRequestInto(in, p, target, options);
+      return r.codec->restoreRequest(*r.layout, in, out, outLen, r.params, options);
     case RequestForm::NoBody: return TRDCOMP_OK;
     case RequestForm::PassThrough: break;
   }
+  if (Status s = passThrough(in, options)) return s;
   passedThrough = true;
   outLen = static_cast<int>(in.size());
-  target.out = trdcomp::allocateZeroed(in.size() + kPassThroughSlack);
-  if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
-  *out = reinterpret_cast<char*>(target.out);
-  return restoreRequestInto(in, p, target, options);
+  u8* o = trdcomp::allocateZeroed(in.size() + kPassThroughSlack);
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
+  std::memcpy(o, in.data(), static_cast<std::size_t>(in.size()));
+  *out = reinterpret_cast<char*>(o);
+  return TRDCOMP_OK;
+}
+
+Status restoreRequestTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag) {
+  const RequestRoute r = requestRoute(in, flag);
+  switch (r.form) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine:
+      return r.codec->restoreRequestTo(*r.layout, in, reinterpret_cast<u8*>(out), outSize, outLen,
+                                       r.params);
+    case RequestForm::NoBody: outLen = 0; return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  if (Status s = passThrough(in, {})) return s;
+  if (in.size() > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  std::memcpy(out, in.data(), static_cast<std::size_t>(in.size()));
+  outLen = static_cast<int>(in.size());
+  return TRDCOMP_OK;
+}
+
+Status restoredRequestLength(const InView& in, std::int64_t& length) {
+  const RequestRoute r = requestRoute(in, 0);
+  switch (r.form) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine: {
+      RestorePlan plan;
+      if (Status s = r.codec->planRequest(*r.layout, in, r.params, {}, plan)) return s;
+      if (Status s = r.codec->checkFrame(plan, in, r.params)) return s;
+      length = plan.length;
+      return TRDCOMP_OK;
+    }
+    case RequestForm::NoBody: length = 0; return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  length = in.size();
+  return passThrough(in, {});
 }
 
 Status checkRequestInput(const char* in, int inLen) {
@@ -288,86 +309,112 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
   return s;
 }
 
-Status planAnswer(const InView& in, char flag, const RestoreOptions& options, AnswerPlan& p) {
+namespace {
+
+struct AnswerRoute {
+  AnswerForm form = AnswerForm::NoBody;
+  const CodecOps* codec = nullptr;
+  const trdcomp::records::AnswerLayout* layout = nullptr;
+  Params params;
+};
+
+AnswerRoute answerRoute(const InView& in, char flag) {
   const trdcomp::header::View h(in);
-  const int nibble = h.flags().nibble();
   const Entry* e = trdcomp::frame::find(h.function());
-  p.form = answerForm(e);
-  switch (p.form) {
-    case AnswerForm::Routine:
-      p.codec = &codecOf(nibble);
-      p.layout = e->answerRestore[p.codec->index];
-      p.params = Params{flag, nibble};
-      return p.codec->planAnswer(*p.layout, in, options, p.restore);
-    case AnswerForm::NoBody: return TRDCOMP_OK;
-    case AnswerForm::PassThrough: break;
+  AnswerRoute r;
+  r.form = answerForm(e);
+  if (r.form == AnswerForm::Routine) {
+    const int nibble = h.flags().nibble();
+    r.codec = &codecOf(nibble);
+    r.layout = e->answerRestore[r.codec->index];
+    r.params = Params{flag, nibble};
   }
-  // An answer restored without a routine: header, table and body copied as they came, only the
-  // header length normalised. Sizes come from the message and are checked against the limits
-  // of a restored length; bytes the message does not hold arrive as zeros.
-  if (h.flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
-  p.raw = trdcomp::framing::rawAnswer(in);
-  if (p.raw.tooLarge) return TRDCOMP_ERROR_TOO_LARGE;
-  if (p.raw.table < 0 || p.raw.body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
-  const std::int64_t length = kAnswerHeader + p.raw.table + p.raw.body;
-  if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
-  if (length > options.maxLength) return TRDCOMP_ERROR_LIMIT;
-  p.restore.length = length;
-  p.restore.slack = kPassThroughSlack;
-  return TRDCOMP_OK;
+  return r;
 }
 
-Status restoreAnswerInto(const InView& in, const AnswerPlan& p,
-                         const trdcomp::framing::RestoreTarget& target,
-                         const RestoreOptions& options) {
-  switch (p.form) {
-    case AnswerForm::Routine:
-      return p.codec->restoreAnswerInto(in, p.restore, target, p.params, options);
-    case AnswerForm::NoBody: return TRDCOMP_OK;
-    case AnswerForm::PassThrough: break;
-  }
-  // Zero pages take only the bytes the message holds; other memory is cleared where it lacks.
+// An answer restored without a routine: header, table and body copied as they came, only the
+// header length normalised. Sizes come from the message and are checked against the limits of
+// a restored length; bytes the message does not hold arrive as zeros.
+Status planRawAnswer(const InView& in, const RestoreOptions& options,
+                     trdcomp::framing::RawAnswer& r, std::int64_t& length) {
+  if (trdcomp::header::View(in).flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  r = trdcomp::framing::rawAnswer(in);
+  if (r.tooLarge) return TRDCOMP_ERROR_TOO_LARGE;
+  if (r.table < 0 || r.body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
+  length = kAnswerHeader + r.table + r.body;
+  if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
+  return length > options.maxLength ? TRDCOMP_ERROR_LIMIT : TRDCOMP_OK;
+}
+
+// Zero pages take only the bytes the message holds; other memory is cleared where it lacks.
+void copyRawAnswer(const InView& in, const trdcomp::framing::RawAnswer& r, u8* o, bool zeroed) {
   const auto copy = [&](u8* to, std::int64_t from, std::int64_t n) {
-    if (target.zeroed)
+    if (zeroed)
       in.copyAvailable(to, from, n);
     else
       in.copyOut(to, from, n);
   };
-  u8* o = target.out;
-  const trdcomp::framing::RawAnswer& r = p.raw;
   copy(o, 0, kAnswerHeader);
   trdcomp::header::setLength(o, kAnswerHeader);
   copy(o + kAnswerHeader, r.headerLength, r.table);
   copy(o + kAnswerHeader + r.table, r.headerLength + r.table, r.body);
-  return TRDCOMP_OK;
 }
 
-Status checkFrame(const InView& in, const AnswerPlan& p) {
-  return p.codec ? p.codec->checkFrame(p.restore, in, p.params) : TRDCOMP_OK;
-}
+}  // namespace
 
 Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
                      const RestoreOptions& options) {
-  AnswerPlan p;
-  if (Status s = planAnswer(in, flag, options, p)) return s;
-  trdcomp::framing::RestoreTarget target{};
-  switch (p.form) {
+  const AnswerRoute route = answerRoute(in, flag);
+  switch (route.form) {
     case AnswerForm::Routine:
-      target = trdcomp::framing::allocateRestored(p.restore, in);
-      *out = reinterpret_cast<char*>(target.out);
-      if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
-      outLen = static_cast<int>(p.restore.length);
-      // A refusal leaves the buffer in *out, for the caller to release.
-      return restoreAnswerInto(in, p, target, options);
+      return route.codec->restoreAnswer(*route.layout, in, out, outLen, route.params, options);
     case AnswerForm::NoBody: return TRDCOMP_OK;
     case AnswerForm::PassThrough: break;
   }
-  target = {trdcomp::allocateZeroed(p.restore.length + kPassThroughSlack), 0, true};
-  if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
-  restoreAnswerInto(in, p, target, options);
-  *out = reinterpret_cast<char*>(target.out);
-  outLen = static_cast<int>(p.restore.length);
+  trdcomp::framing::RawAnswer r;
+  std::int64_t length = 0;
+  if (Status s = planRawAnswer(in, options, r, length)) return s;
+  u8* o = trdcomp::allocateZeroed(length + kPassThroughSlack);
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
+  copyRawAnswer(in, r, o, true);
+  *out = reinterpret_cast<char*>(o);
+  outLen = static_cast<int>(length);
   return TRDCOMP_OK;
+}
+
+Status restoreAnswerTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag) {
+  const AnswerRoute route = answerRoute(in, flag);
+  switch (route.form) {
+    case AnswerForm::Routine:
+      return route.codec->restoreAnswerTo(*route.layout, in, reinterpret_cast<u8*>(out), outSize,
+                                          outLen, route.params);
+    case AnswerForm::NoBody: outLen = 0; return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  trdcomp::framing::RawAnswer r;
+  std::int64_t length = 0;
+  if (Status s = planRawAnswer(in, {}, r, length)) return s;
+  if (length > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  copyRawAnswer(in, r, reinterpret_cast<u8*>(out), false);
+  outLen = static_cast<int>(length);
+  return TRDCOMP_OK;
+}
+
+Status restoredAnswerLength(const InView& in, std::int64_t& length) {
+  const AnswerRoute route = answerRoute(in, 0);
+  switch (route.form) {
+    case AnswerForm::Routine: {
+      RestorePlan plan;
+      if (Status s = route.codec->planAnswer(*route.layout, in, {}, plan)) return s;
+      if (Status s = route.codec->checkFrame(plan, in, route.params)) return s;
+      length = plan.length;
+      return TRDCOMP_OK;
+    }
+    case AnswerForm::NoBody: length = 0; return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  trdcomp::framing::RawAnswer r;
+  return planRawAnswer(in, {}, r, length);
 }
 
 Status checkAnswerInput(const char* in, int inLen) {
@@ -514,22 +561,6 @@ Status checkOutput(const char* out, int outSize) {
   return outSize < 0 ? TRDCOMP_ERROR_NEGATIVE_SIZE : TRDCOMP_OK;
 }
 
-// Restores a planned message into the caller's `outSize` bytes: only the restored length is
-// written, so a decode cap running past the last record stops at its end.
-template <class Plan>
-int restoreInto(const InView& in, const Plan& p, char* out, int outSize, int& outLen, int* reason) {
-  if (p.restore.length > outSize) return report(TRDCOMP_ERROR_OUTPUT_TOO_SMALL, reason);
-  const trdcomp::framing::RestoreTarget target{reinterpret_cast<u8*>(out), p.restore.length, false};
-  const Status s = [&] {
-    if constexpr (std::is_same_v<Plan, RequestPlan>)
-      return restoreRequestInto(in, p, target, {});
-    else
-      return restoreAnswerInto(in, p, target, {});
-  }();
-  if (s == TRDCOMP_OK) outLen = static_cast<int>(p.restore.length);
-  return report(s, reason);
-}
-
 }  // namespace
 
 int CTrdCompData::RestoreReq2008Into(char* in, int inLen, char* out, int outSize, int& outLen,
@@ -537,10 +568,7 @@ int CTrdCompData::RestoreReq2008Into(char* in, int inLen, char* out, int outSize
   outLen = 0;
   if (Status s = checkRequestInput(in, inLen)) return report(s, reason);
   if (Status s = checkOutput(out, outSize)) return report(s, reason);
-  const InView view(in, inLen);
-  RequestPlan p;
-  if (Status s = planRequest(view, flag, {}, p)) return report(s, reason);
-  return restoreInto(view, p, out, outSize, outLen, reason);
+  return report(restoreRequestTo(InView(in, inLen), out, outSize, outLen, flag), reason);
 }
 
 int CTrdCompData::RestoreAns2008Into(char* in, int inLen, char* out, int outSize, int& outLen,
@@ -548,26 +576,19 @@ int CTrdCompData::RestoreAns2008Into(char* in, int inLen, char* out, int outSize
   outLen = 0;
   if (Status s = checkAnswerInput(in, inLen)) return report(s, reason);
   if (Status s = checkOutput(out, outSize)) return report(s, reason);
-  const InView view(in, inLen);
-  AnswerPlan p;
-  if (Status s = planAnswer(view, flag, {}, p)) return report(s, reason);
-  return restoreInto(view, p, out, outSize, outLen, reason);
+  return report(restoreAnswerTo(InView(in, inLen), out, outSize, outLen, flag), reason);
 }
 
 long long CTrdCompData::RestoreReqLength(const char* in, int inLen) {
-  if (checkRequestInput(in, inLen)) return -1;
-  const InView view(in, inLen);
-  RequestPlan p;
-  if (planRequest(view, 0, {}, p) || checkFrame(view, p)) return -1;
-  return p.restore.length;
+  std::int64_t length = -1;
+  if (checkRequestInput(in, inLen) || restoredRequestLength(InView(in, inLen), length)) return -1;
+  return length;
 }
 
 long long CTrdCompData::RestoreAnsLength(const char* in, int inLen) {
-  if (checkAnswerInput(in, inLen)) return -1;
-  const InView view(in, inLen);
-  AnswerPlan p;
-  if (planAnswer(view, 0, {}, p) || checkFrame(view, p)) return -1;
-  return p.restore.length;
+  std::int64_t length = -1;
+  if (checkAnswerInput(in, inLen) || restoredAnswerLength(InView(in, inLen), length)) return -1;
+  return length;
 }
 
 const char* CTrdCompData::ErrorName(int reason) {

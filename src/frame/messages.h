@@ -6,9 +6,6 @@
 #include <cstdint>
 
 #include "TrdCompData.h"
-#include "frame/catalogue.h"
-#include "framing/codecs.h"
-#include "framing/walker.h"
 #include "primitives/bytes.h"
 #include "primitives/status.h"
 
@@ -40,37 +37,15 @@ Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
 Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
                      const RestoreOptions& options);
 
-// What a restore of a message will do, found before anything is written: how its number
-// restores (a routine of a codec and layout, a copy, nothing), the codec's plan, and the
-// restored length with the slack an allocating restore adds behind it. The plan refuses what
-// the header, section table and counts show; a planned restore may still refuse what only its
-// records show (a 2011 count in the body, see checkFrame; a dictionary index past its entries).
-struct RequestPlan {
-  RequestForm form = RequestForm::NoBody;
-  const framing::CodecOps* codec = nullptr;
-  const records::Layout* layout = nullptr;
-  framing::Params params;
-  framing::RestorePlan restore;
-};
-struct AnswerPlan {
-  AnswerForm form = AnswerForm::NoBody;
-  const framing::CodecOps* codec = nullptr;
-  const records::AnswerLayout* layout = nullptr;
-  framing::Params params;
-  framing::RestorePlan restore;
-  framing::RawAnswer raw;  // a pass-through answer's table and body
-};
-Status planRequest(const InView& in, char flag, const RestoreOptions& options, RequestPlan& plan);
-Status planAnswer(const InView& in, char flag, const RestoreOptions& options, AnswerPlan& plan);
+// Restores a message whose input passed the checks into the caller's `outSize` bytes at `out`
+// (see RestoreReq2008Into); `outLen` is set on success only.
+Status restoreRequestTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag);
+Status restoreAnswerTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag);
 
-// Restores a planned message into `target` (the plan's length at least).
-Status restoreRequestInto(const InView& in, const RequestPlan& plan,
-                          const framing::RestoreTarget& target, const RestoreOptions& options);
-Status restoreAnswerInto(const InView& in, const AnswerPlan& plan,
-                         const framing::RestoreTarget& target, const RestoreOptions& options);
-
-// The refusals of a planned restore that the walk of its frame finds without decoding.
-Status checkFrame(const InView& in, const RequestPlan& plan);
-Status checkFrame(const InView& in, const AnswerPlan& plan);
+// The length a restore of the message gives, or why it refuses the message: what the header,
+// section table and counts show, and what the walk of its frame finds without decoding (a 2011
+// count in the body). Not found: a dictionary index past its entries, a failed allocation.
+Status restoredRequestLength(const InView& in, std::int64_t& length);
+Status restoredAnswerLength(const InView& in, std::int64_t& length);
 
 }  // namespace trdcomp::frame

@@ -65,37 +65,39 @@ struct CodecOps {
   // `bodyLen` bytes.
   std::int64_t (*requestBodyBound)(const records::Layout& layout, std::int32_t count,
                                    std::int32_t stride, int bodyLen, const Params& params);
-  // Restores a request into a new buffer of the layout's record size: planRequest, a buffer of
-  // the plan's length and slack, restoreRequestInto.
+  // Restores a request into a new buffer of the layout's record size: the plan, a buffer of its
+  // length and slack, the restore into it (see MessageFraming).
   Status (*restoreRequest)(const records::Layout& layout, const InView& in, char** out, int& outLen,
                            const Params& params, const RestoreOptions& options);
-  // The refusals of a request restore that the header and the count show, and its plan.
+  // Restores a request into the caller's `outSize` bytes at `out`: the plan, then
+  // TRDCOMP_ERROR_OUTPUT_TOO_SMALL (nothing written) when its length is above `outSize`, then
+  // the restore into them; `outLen` is set on success. A refusal found in the records (a 2011
+  // count that differs from the header's) may leave them written.
+  Status (*restoreRequestTo)(const records::Layout& layout, const InView& in, u8* out,
+                             std::int64_t outSize, int& outLen, const Params& params);
+  // The refusals of a request restore that the header and the count show, and its plan
+  // (written into `plan` as constructed).
   Status (*planRequest)(const records::Layout& layout, const InView& in, const Params& params,
                         const RestoreOptions& options, RestorePlan& plan);
-  // Restores a planned request into `target` (the plan's length at least). A refusal found in
-  // the records (a 2011 count that differs from the header's) may leave the target written.
-  Status (*restoreRequestInto)(const records::Layout& layout, const InView& in,
-                               const RestorePlan& plan, const RestoreTarget& target,
-                               const Params& params, const RestoreOptions& options);
   // Appends every section of the answer to `out` (header, and section table when ahead).
   Status (*packAnswer)(const records::AnswerLayout& layout, OutBuffer& out, const tagANS_Proc& proc,
                        char* const sections[5], const Params& params);
   // The most body bytes packAnswer appends for the descriptor's counts (no section table).
   std::int64_t (*answerBodyBound)(const records::AnswerLayout& layout, const tagANS_Proc& proc,
                                   const Params& params);
-  // Restores an answer into a new buffer of the layouts' record sizes: planAnswer, a buffer of
-  // the plan's length and slack, restoreAnswerInto.
+  // Restores an answer into a new buffer of the layouts' record sizes: the plan, a buffer of its
+  // length and slack, the restore into it.
   Status (*restoreAnswer)(const records::AnswerLayout& layout, const InView& in, char** out,
                           int& outLen, const Params& params, const RestoreOptions& options);
+  // Restores an answer into the caller's `outSize` bytes, as restoreRequestTo does; a refusal
+  // found in the records (a 2011 count that differs, a dictionary index past its entries) may
+  // leave them written.
+  Status (*restoreAnswerTo)(const records::AnswerLayout& layout, const InView& in, u8* out,
+                            std::int64_t outSize, int& outLen, const Params& params);
   // The refusals of an answer restore that the header, the section table and the counts show,
-  // and its plan.
+  // and its plan (written into `plan` as constructed).
   Status (*planAnswer)(const records::AnswerLayout& layout, const InView& in,
                        const RestoreOptions& options, RestorePlan& plan);
-  // Restores a planned answer into `target`; a refusal found in the records (a 2011 count that
-  // differs, a dictionary index past its entries) may leave the target written.
-  Status (*restoreAnswerInto)(const InView& in, const RestorePlan& plan,
-                              const RestoreTarget& target, const Params& params,
-                              const RestoreOptions& options);
   // The refusals of a planned restore that the walk of the frame finds without decoding a
   // record: a 2011 count in the body that differs from the header's. Not found this way: a
   // dictionary index past its entries (it is a field of a record), a failed allocation.

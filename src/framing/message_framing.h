@@ -105,7 +105,7 @@ struct MessageFraming {
 
   static Status planRequest(const records::Layout& layout, const InView& in, const Params& params,
                             const RestoreOptions& options, RestorePlan& plan) {
-    plan.frame = requestFrame(layout, in);
+    requestFrame(layout, in, plan.frame);
     const Frame& f = plan.frame;
     if (header::RequestView(in).flags().sectionTable() && !Codec::keepsSectionBit(layout))
       return TRDCOMP_ERROR_SECTION_BIT;
@@ -121,6 +121,9 @@ struct MessageFraming {
     return restoredLength(count, layout.size, kRequestHeader, kRequestSlack, options, plan.length);
   }
 
+  // The restore proper, the same for every target: the header, the records the walker finds,
+  // the rest of the message cleared (unless the target is zero already), the header finished.
+  // Both the allocating restore and the restore into the caller's buffer run it.
   static Status restoreRequestInto(const records::Layout& layout, const InView& in,
                                    const RestorePlan& plan, const RestoreTarget& target,
                                    const Params& params, const RestoreOptions& options) {
@@ -147,6 +150,19 @@ struct MessageFraming {
     *out = reinterpret_cast<char*>(target.out);
     outLen = static_cast<int>(plan.length);
     return restoreRequestInto(layout, in, plan, target, params, options);
+  }
+
+  // Into the caller's buffer only the restored length is the decoder's room: a decode cap
+  // running past the last record stops at the end of the message.
+  static Status restoreRequestTo(const records::Layout& layout, const InView& in, u8* out,
+                                 std::int64_t outSize, int& outLen, const Params& params) {
+    RestorePlan plan;
+    if (Status s = planRequest(layout, in, params, {}, plan)) return s;
+    if (plan.length > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    const Status s =
+        restoreRequestInto(layout, in, plan, RestoreTarget{out, plan.length, false}, params, {});
+    if (s == TRDCOMP_OK) outLen = static_cast<int>(plan.length);
+    return s;
   }
 
   static Status packAnswer(const records::AnswerLayout& layout, OutBuffer& out,
@@ -182,7 +198,7 @@ struct MessageFraming {
 
   static Status planAnswer(const records::AnswerLayout& layout, const InView& in,
                            const RestoreOptions& options, RestorePlan& plan) {
-    plan.frame = answerFrame(layout, in);
+    answerFrame(layout, in, plan.frame);
     const Frame& f = plan.frame;
     plan.slack = f.slack;
     std::int64_t length = kAnswerHeader + f.tableBytesRestored();
@@ -194,6 +210,8 @@ struct MessageFraming {
     return TRDCOMP_OK;
   }
 
+  // The restore proper: the header, the library's section table, the records, the header
+  // finished.
   static Status restoreAnswerInto(const InView& in, const RestorePlan& plan,
                                   const RestoreTarget& target, const Params& params,
                                   const RestoreOptions& options) {
@@ -225,6 +243,17 @@ struct MessageFraming {
     return restoreAnswerInto(in, plan, target, params, options);
   }
 
+  static Status restoreAnswerTo(const records::AnswerLayout& layout, const InView& in, u8* out,
+                                std::int64_t outSize, int& outLen, const Params& params) {
+    RestorePlan plan;
+    if (Status s = planAnswer(layout, in, {}, plan)) return s;
+    if (plan.length > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    const Status s =
+        restoreAnswerInto(in, plan, RestoreTarget{out, plan.length, false}, params, {});
+    if (s == TRDCOMP_OK) outLen = static_cast<int>(plan.length);
+    return s;
+  }
+
   static Status checkFrame(const RestorePlan& plan, const InView& in, const Params& params) {
     const Frame& f = plan.frame;
     if (!Codec::kCountsInBody || !f.packed || !Codec::sendsRecords(params)) return TRDCOMP_OK;
@@ -241,13 +270,13 @@ constexpr CodecOps opsOf(int index, bool sectionTableAhead) {
                   &F::packRequest,
                   &F::requestBodyBound,
                   &F::restoreRequest,
+                  &F::restoreRequestTo,
                   &F::planRequest,
-                  &F::restoreRequestInto,
                   &F::packAnswer,
                   &F::answerBodyBound,
                   &F::restoreAnswer,
+                  &F::restoreAnswerTo,
                   &F::planAnswer,
-                  &F::restoreAnswerInto,
                   &F::checkFrame};
 }
 

@@ -104,10 +104,11 @@ struct Frame {
   }
 };
 
-// The frame of a request of `layout` in the codec its flags name.
-inline Frame requestFrame(const records::Layout& layout, const InView& in) {
+// The frame of a request of `layout` in the codec its flags name, written into `f`, a Frame as
+// constructed (restores fill the frame of their plan in place: a copy of a frame costs more than
+// reading it).
+inline void requestFrame(const records::Layout& layout, const InView& in, Frame& f) {
   const header::RequestView h(in);
-  Frame f;
   f.packed = h.flags().packed();
   f.codec = h.flags().codec();
   f.headerLength = h.length();
@@ -119,16 +120,19 @@ inline Frame requestFrame(const records::Layout& layout, const InView& in) {
   f.senderSizes[0] = h.size();
   f.layouts[0] = &layout;
   f.slack = kRequestSlack;
+}
+inline Frame requestFrame(const records::Layout& layout, const InView& in) {
+  Frame f;
+  requestFrame(layout, in, f);
   return f;
 }
 
 // The frame of an answer of `layout` in the codec its flags name. 2008: counts and sender sizes
 // from the section table when there is one, else from the header; optional sections are laid
 // out only when the table sends more than one. 2011: the 16-bit counts ahead of a multi-section
-// body, else the header's count.
-inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) {
+// body, else the header's count. Written into `f`, a Frame as constructed.
+inline void answerFrame(const records::AnswerLayout& layout, const InView& in, Frame& f) {
   const header::AnswerView h(in);
-  Frame f;
   f.answer = true;
   f.packed = h.flags().packed();
   f.codec = h.flags().codec();
@@ -162,7 +166,7 @@ inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) 
     }
     f.multi = f.sections > 1;
     f.slack = f.multi ? kSectionTableSlack : kAnswerSlack;
-    return f;
+    return;
   }
   // The 2011 codec has no plain form of answers: its restore reads blocks whatever bit 0 says.
   f.packed = true;
@@ -176,6 +180,10 @@ inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) 
     }
     f.records += 2 * f.sections;
   }
+}
+inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) {
+  Frame f;
+  answerFrame(layout, in, f);
   return f;
 }
 
