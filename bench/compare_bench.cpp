@@ -5,9 +5,10 @@
 //   every   every function number: a 10-record request and a 100-record answer, both codecs;
 //           trdcomp pack and restore, LZ4_compress_default / LZ4_decompress_safe and zstd
 //           level 1 (contexts reused) on the raw message
-//   one     1-record requests of every number with a request layout: restore, LZ4 decompress
-//           of the restored message, memcpy of it, and malloc + memcpy + free of it (with and
-//           without the 1024 zeroed bytes of slack a restored request carries)
+//   one     1-record requests of every number with a request layout: restore, restore into
+//           the caller's buffer, LZ4 decompress of the restored message, memcpy of it, and
+//           malloc + memcpy + free of it (with and without the 1024 zeroed bytes of slack a
+//           restored request carries)
 //   wide    1000-record answers of the widest layouts (most fields): throughput in GB/s,
 //           memcpy beside it
 //   threads the whole `every` workload packed and restored by one thread, then by two threads
@@ -137,7 +138,9 @@ void runOp(benchmark::State& state, Message& m, Op op) {
     case Op::MallocSlackFree:
       for (auto _ : state) w.allocateSlackFree(m);
       break;
-    case Op::RestoreInto: break;
+    case Op::RestoreInto:
+      for (auto _ : state) benchmark::DoNotOptimize(w.restoreInto(m));
+      break;
   }
 }
 
@@ -299,8 +302,8 @@ void build(Session& run) {
       if (e->requestForm != trdcomp::frame::RequestForm::Routine) continue;
       Message& m = run.messages.emplace_back(makeMessage(n, codec, false, 1));
       if (!measured(n)) continue;
-      for (Op op :
-           {Op::Restore, Op::Lz4Decompress, Op::Memcpy, Op::MallocMemcpyFree, Op::MallocSlackFree})
+      for (Op op : {Op::Restore, Op::RestoreInto, Op::Lz4Decompress, Op::Memcpy,
+                    Op::MallocMemcpyFree, Op::MallocSlackFree})
         add(run, "one", m, op);
     }
 
