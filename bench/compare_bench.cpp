@@ -440,8 +440,8 @@ std::vector<Target> report(const Session& run, std::FILE* out) {
                    ratio(all[codec][op], all[codec][zstd]), boundText(bound, true).c_str());
       const std::string target = std::string(kCodecs[codec]) + " " + opName(op) + " / LZ4 " +
                                  (op == Op::Restore ? "decompress" : "compress");
-      targets.push_back({target + ", sum w/o 5", sum, bound, true});
-      targets.push_back({target + ", geo-mean", mean, bound, true});
+      targets.push_back({target + " (sum w/o 5)", sum, bound, true});
+      targets.push_back({target + " (geo-mean)", mean, bound, true});
     }
   }
   std::fprintf(out,
@@ -507,9 +507,9 @@ std::vector<Target> report(const Session& run, std::FILE* out) {
       else
         std::fprintf(out, " %13s", "n/a");
     std::fprintf(out, "\n");
-    targets.push_back({std::string(kCodecs[codec]) + " 1-record restore into / memcpy, geo-mean",
+    targets.push_back({std::string(kCodecs[codec]) + " 1-record restore into / memcpy (geo-mean)",
                        into, 5.0, true});
-    targets.push_back({std::string(kCodecs[codec]) + " 1-record restore / LZ4 decompress, geo-mean",
+    targets.push_back({std::string(kCodecs[codec]) + " 1-record restore / LZ4 decompress (geo-mean)",
                        allocating, 1.3, true});
   }
   std::fprintf(out,

@@ -67,7 +67,7 @@ def main():
         top.plot(xs, ratios, ".", color=colour, label=name)
         total = sum(times[(codec, op)].values()) / sum(times[(codec, lz4)].values())
         top.axhline(total, color=colour, linewidth=1)
-        target = by_name.get(name + ", sum w/o 5")
+        target = by_name.get(name + " (sum w/o 5)")
         if target:
             top.axhline(bound(target["target"])[1], color=colour, linestyle="--", linewidth=1)
         top.set_xticks(list(xs)[::5], [str(n) for n in numbers][::5], rotation=90, fontsize=7)
