@@ -250,8 +250,8 @@ class TRDCOMP_API CTrdCompData {
   static int RestoreAns2008Ex(char* in, int inLen, char** out, int& outLen, char flag,
                               int maxOutLen, int* reason = nullptr);
 
-  // Restoring into the caller's buffer, nothing allocated. The restored bytes are the ones
-  // RestoreReq2008 / RestoreAns2008 hand back, `outLen` of them.
+  // Restoring into the caller's buffer. The restored bytes are the ones RestoreReq2008 /
+  // RestoreAns2008 hand back, `outLen` of them.
   //
   // RestoreReqLength / RestoreAnsLength: the size of the restored message, header included:
   // the `outSize` that RestoreReq2008Into / RestoreAns2008Into need, and the `outLen` they
@@ -279,9 +279,10 @@ class TRDCOMP_API CTrdCompData {
   // RestoreReqLength / RestoreAnsLength first to size `out`). Nothing is allocated, but for
   // the table of a 2011 dictionary section's entries (answers only), released before the call
   // returns (its failure: TRDCOMP_ERROR_ALLOCATION).
-  // Writes only [out, out + outLen) (never past `outSize`); `out` need not be zeroed. A refusal
-  // found in the records (a 2011 count that differs from the header's, a dictionary index past
-  // its entries) may leave those bytes written: they are not a message. Records the input does
+  // Writes only the bytes of the restored message, [out, out + its length), never past
+  // `outSize`; `out` need not be zeroed. A refusal found in the records (a 2011 count that
+  // differs from the header's, a dictionary index past its entries) may leave some of them
+  // written: they are not a message. Records the input does
   // not hold restore as zeros (the truncated-answer rule), so `outLen` may be far above
   // `inLen`: the work is the input's records plus the zeroing of the rest of `outLen`, which
   // the caller bounds by the `outSize` it gives. Reads only [in, in + inLen).
