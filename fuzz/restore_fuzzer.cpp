@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // buffer.
   const std::vector<unsigned char> message(in.begin(), in.end());
   for (bool answer : {false, true}) {
-    const std::string difference = trdcomp::test::checkInto(answer, message, flag);
+    const std::string difference = trdcomp::test::checkInto(answer, message, flag, 1 << 22);
     if (!difference.empty()) {
       std::fprintf(stderr, "%s restore into the caller's buffer: %s\n",
                    answer ? "answer" : "request", difference.c_str());

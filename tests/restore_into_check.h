@@ -10,17 +10,16 @@
 
 namespace trdcomp::test {
 
-// Messages claiming more than this are checked by their length only: the buffers would be large.
-constexpr long long kLargestChecked = 16 << 20;
-
 // "" when RestoreReq2008Into / RestoreAns2008Into and RestoreReqLength / RestoreAnsLength agree
 // with the allocating restore of `message`, else what differs. A message the allocating restore
 // takes restores into a buffer of exactly its announced length, dirty beforehand, to the same
 // bytes, and one byte less is refused before anything is written. A refused message is refused
 // for the same reason (with a buffer as large as the allocating restore's, which a 2011 count
 // mismatch leaves behind), and its length is -1 unless only its records show the refusal. Guard
-// bytes behind `outSize` catch a write past it.
-inline std::string checkInto(bool answer, const std::vector<unsigned char>& message, char flag) {
+// bytes behind `outSize` catch a write past it. Messages claiming more than `largest` bytes are
+// checked by their length only.
+inline std::string checkInto(bool answer, const std::vector<unsigned char>& message, char flag,
+                             long long largest = 16 << 20) {
   constexpr std::size_t kGuard = 64;
   constexpr char kDirty = static_cast<char>(0xCD);
   std::vector<char> in(message.begin(), message.end());  // exact size: a read past it is caught
@@ -38,7 +37,7 @@ inline std::string checkInto(bool answer, const std::vector<unsigned char>& mess
   int classicLen = 0, reason = -1, exLen = 0;
   const int result = classic(&out, classicLen, nullptr);
   const bool handedBack = out != nullptr;
-  const bool kept = result == 1 && out && classicLen <= kLargestChecked;
+  const bool kept = result == 1 && out && classicLen <= largest;
   const std::vector<char> restored(out, out + (kept ? classicLen : 0));
   CTrdCompData::ReleaseAnsData(out);
   classic(&out, exLen, &reason);
@@ -68,7 +67,7 @@ inline std::string checkInto(bool answer, const std::vector<unsigned char>& mess
 
   if (result == 1) {
     if (length != classicLen) return "length differs from the restored one" + lengths;
-    if (length > kLargestChecked) return "";
+    if (length > largest) return "";
     if (into(length) != 1 || why != TRDCOMP_OK || outLen != classicLen)
       return "refused (" + std::to_string(why) + ") what the restore takes" + lengths;
     const auto differ = std::mismatch(restored.begin(), restored.end(), buffer.begin());
@@ -83,7 +82,7 @@ inline std::string checkInto(bool answer, const std::vector<unsigned char>& mess
   if (length != -1 && reason != TRDCOMP_ERROR_DICTIONARY_INDEX)
     return "a length for a message refused (" + std::to_string(reason) + ")" + lengths;
   const long long size = std::max<long long>({length, classicLen, 0});
-  if (size > kLargestChecked) return "";
+  if (size > largest) return "";
   if (into(size) != 0 || why != reason || outLen != 0 || !untouchedFrom(size))
     return "refused for " + std::to_string(why) + ", the restore for " + std::to_string(reason) +
            lengths;
