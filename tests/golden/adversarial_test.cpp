@@ -27,6 +27,7 @@
 #include <iterator>
 #include <set>
 
+#include "../restore_into_check.h"
 #include "TrdCompData.h"
 #include "frame/catalogue.h"
 
@@ -204,6 +205,21 @@ std::string checkEntry(Reader& r, std::string& name) {
     else if (const std::string d = compareBytes(bytes, gotBytes); !d.empty())
       problem = what + d;
     CTrdCompData::ReleaseAnsData(out);
+  }
+  // Each restored input, cut at two thirds and with its middle byte changed, restores into the
+  // caller's buffer as the allocating restore restores it (see restore_into_check.h).
+  const bool answer = op == kPackAnswer || op == kRestoreAnswer;
+  for (std::size_t k = 0; k < restored.size() && problem.empty(); ++k) {
+    const Bytes& whole = restored[k];
+    Bytes changed = whole;
+    if (!changed.empty()) changed[changed.size() / 2] ^= 0x5A;
+    const Bytes variants[] = {whole, Bytes(whole.begin(), whole.begin() + 2 * whole.size() / 3),
+                              changed};
+    static const char* const kVariants[] = {"", ", cut", ", a byte changed"};
+    for (int v = 0; v < 3 && problem.empty(); ++v)
+      if (const std::string r = trdcomp::test::checkInto(answer, variants[v], flag); !r.empty())
+        problem = std::string("into the caller's buffer, ") + kInputs[std::min<std::size_t>(k, 3)] +
+                  kVariants[v] + ": " + r;
   }
   return problem;
 }

@@ -3,10 +3,11 @@
 // trdcomp.lib, the import library made for MSVC's linker. No C++ runtime: it starts at
 // mainCRTStartup and uses a few functions of the system's msvcrt.dll.
 //
-// Run under Wine against the mingw-built DLL, it packs and restores requests in both codecs and
-// checks that the records come back. It also makes objects of the classes as MSVC programs do
-// (on the stack, as members, with new and delete, derived from the helper and copied), with an
-// operator new that allocates as MSVC's C runtime does: HeapAlloc on the process heap.
+// Run under Wine against the mingw-built DLL, it packs and restores requests in both codecs (into
+// a new buffer and into its own) and checks that the records come back. It also makes objects of
+// the classes as MSVC programs do (on the stack, as members, with new and delete, derived from the
+// helper and copied), with an operator new that allocates as MSVC's C runtime does: HeapAlloc on
+// the process heap.
 #include "TrdCompData.h"
 
 using Size = decltype(sizeof 0);
@@ -97,6 +98,15 @@ void requests() {
     check(restoredLen == 76 + static_cast<int>(sizeof records) && restored &&
               same(restored + 76, records[0], sizeof records),
           "records did not come back");
+    // The same bytes into a buffer of the announced size.
+    char into[76 + sizeof records];
+    int intoLen = 0, reason = -1;
+    check(CTrdCompData::RestoreReqLength(packed, packedLen) == static_cast<long long>(sizeof into),
+          "restored length");
+    check(CTrdCompData::RestoreReq2008Into(packed, packedLen, into, static_cast<int>(sizeof into),
+                                           intoLen, 0, &reason) == 1 &&
+              reason == 0 && intoLen == restoredLen && restored && same(into, restored, intoLen),
+          "restore into the caller's buffer");
     CTrdCompData::ReleaseAnsData(restored);
   }
 }
