@@ -60,6 +60,7 @@ const char* opName(Op op) {
     case Op::Memcpy: return "memcpy";
     case Op::MallocMemcpyFree: return "malloc_memcpy_free";
     case Op::MallocSlackFree: return "malloc_slack_free";
+    case Op::RestoreInto: return "restore_into";
   }
   return "?";
 }
@@ -98,6 +99,18 @@ Message makeMessage(std::uint32_t number, int codec, bool isAnswer, int records)
   // The raw message is what the restore side hands over; a number without a body has only its
   // header, as packed.
   m.raw = restored.bytes.empty() ? m.packed : restored.bytes;
+  Bytes into(m.raw.size());
+  int intoLen = -1;
+  char* in = chars(m.packed);
+  const int inLen = static_cast<int>(m.packed.size());
+  const int intoResult =
+      isAnswer ? CTrdCompData::RestoreAns2008Into(in, inLen, chars(into),
+                                                  static_cast<int>(into.size()), intoLen, 0)
+               : CTrdCompData::RestoreReq2008Into(in, inLen, chars(into),
+                                                  static_cast<int>(into.size()), intoLen, 0);
+  if (intoResult != 1 || static_cast<std::size_t>(intoLen) != restored.bytes.size() ||
+      !std::equal(restored.bytes.begin(), restored.bytes.end(), into.begin()))
+    refuse(m, "the restore into the caller's buffer differs");
 
   const int rawSize = static_cast<int>(m.raw.size());
   m.lz4.resize(static_cast<std::size_t>(LZ4_compressBound(rawSize)));
@@ -151,6 +164,18 @@ void Worker::restore(Message& m) {
     CTrdCompData::RestoreReq2008(chars(m.packed), static_cast<int>(m.packed.size()), &out, length,
                                  0);
   CTrdCompData::ReleaseAnsData(out);
+}
+
+int Worker::restoreInto(Message& m) {
+  int length = 0;
+  const int size = static_cast<int>(out_.size());
+  if (m.isAnswer)
+    CTrdCompData::RestoreAns2008Into(chars(m.packed), static_cast<int>(m.packed.size()),
+                                     chars(out_), size, length, 0);
+  else
+    CTrdCompData::RestoreReq2008Into(chars(m.packed), static_cast<int>(m.packed.size()),
+                                     chars(out_), size, length, 0);
+  return length;
 }
 
 int Worker::lz4Compress(const Message& m) {

@@ -1,5 +1,6 @@
 // The messages and operations of trdcomp_compare. Every operation works on the same raw
-// message: trdcomp packs the caller's header and records and restores them into a new buffer;
+// message: trdcomp packs the caller's header and records and restores them into a new buffer
+// (or into the caller's);
 // LZ4 and zstd compress the raw message and decompress it again; memcpy (and malloc, memcpy,
 // free) copy it.
 #pragma once
@@ -26,7 +27,8 @@ enum class Op {
   ZstdDecompress,
   Memcpy,
   MallocMemcpyFree,
-  MallocSlackFree  // the restored buffer's own cost: malloc, copy, zeroed slack, free
+  MallocSlackFree,  // the restored buffer's own cost: malloc, copy, zeroed slack, free
+  RestoreInto       // trdcomp into the caller's buffer, nothing allocated
 };
 const char* opName(Op op);
 
@@ -67,6 +69,8 @@ class Worker {
   int pack(Message& m);
   // trdcomp into a new buffer, released again.
   void restore(Message& m);
+  // trdcomp into this worker's buffer (the restored length at least), nothing allocated.
+  int restoreInto(Message& m);
   int lz4Compress(const Message& m);
   int lz4Decompress(const Message& m);
   std::size_t zstdCompress(const Message& m);

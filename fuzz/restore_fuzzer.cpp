@@ -1,12 +1,15 @@
-// Feeds arbitrary bytes to the restore entry points, classic and checked. The first input byte
-// picks a known function number (written at offset 4, unless its bit 7 is set: then the message
-// keeps its own) and the codec flag, so that the fuzzer spends its time inside the per-function
-// routines rather than on unknown numbers. Seeds are real packed messages (fuzz/make_seeds).
+// Feeds arbitrary bytes to the restore entry points, classic and checked, and compares the
+// restores into the caller's buffer with the classic ones. The first input byte picks a known
+// function number (written at offset 4, unless its bit 7 is set: then the message keeps its own)
+// and the codec flag, so that the fuzzer spends its time inside the per-function routines rather
+// than on unknown numbers. Seeds are real packed messages (fuzz/make_seeds).
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
+#include "../tests/restore_into_check.h"
 #include "TrdCompData.h"
 #include "frame/catalogue.h"
 
@@ -39,12 +42,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check(result, out, length);
   CTrdCompData::ReleaseAnsData(out);
   // The classic entry points, on the messages whose restored size is modest (the allocator
-  // refuses the rest under the fuzzer's limits).
-  out = nullptr;
-  CTrdCompData::RestoreReq2008(in.data(), inLen, &out, length, flag);
-  CTrdCompData::ReleaseAnsData(out);
-  out = nullptr;
-  CTrdCompData::RestoreAns2008(in.data(), inLen, &out, length, flag);
-  CTrdCompData::ReleaseAnsData(out);
+  // refuses the rest under the fuzzer's limits), against the restores into the caller's buffer
+  // and the lengths they announce: the same bytes, the same refusals, nothing written past the
+  // buffer.
+  const std::vector<unsigned char> message(in.begin(), in.end());
+  for (bool answer : {false, true}) {
+    const std::string difference = trdcomp::test::checkInto(answer, message, flag, 1 << 22);
+    if (!difference.empty()) {
+      std::fprintf(stderr, "%s restore into the caller's buffer: %s\n",
+                   answer ? "answer" : "request", difference.c_str());
+      std::abort();
+    }
+  }
   return 0;
 }

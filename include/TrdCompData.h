@@ -249,6 +249,48 @@ class TRDCOMP_API CTrdCompData {
                               int maxOutLen, int* reason = nullptr);
   static int RestoreAns2008Ex(char* in, int inLen, char** out, int& outLen, char flag,
                               int maxOutLen, int* reason = nullptr);
+
+  // Restoring into the caller's buffer. The restored bytes are the ones RestoreReq2008 /
+  // RestoreAns2008 hand back, `outLen` of them.
+  //
+  // RestoreReqLength / RestoreAnsLength: the size of the restored message, header included:
+  // the `outSize` that RestoreReq2008Into / RestoreAns2008Into need, and the `outLen` they
+  // give. It comes from the header, the section table and the counts only (no record is
+  // decoded), and is -1 for a message the restore refuses, with one exception: a 2011
+  // dictionary index past its entries is a field of a record, found only by the restore
+  // (TRDCOMP_ERROR_DICTIONARY_INDEX). Refusals that depend on memory (a failed allocation) are
+  // not foreseen either. 0: a message that restores to nothing (function number 1017).
+  // The size holds no slack: where the classic restores let a text's decode cap run past the
+  // last record into their slack, the Into restores stop it at the end of the message; the
+  // bytes up to `outLen` are the same. It is below 2^31 - 1 with the classic restore's slack
+  // (1024 bytes for requests, 10 or 1024 for answers), which restores the same message.
+  // Reads only [in, in + inLen); the work follows the header and, for 2011 messages, the length
+  // prefixes of the records present.
+  static long long RestoreReqLength(const char* in, int inLen);
+  static long long RestoreAnsLength(const char* in, int inLen);
+  // RestoreReq2008Into / RestoreAns2008Into: restore the message `in` of `inLen` bytes into
+  // `out`, which holds `outSize` bytes (`out` may be null when `outSize` is 0); `flag` is the
+  // 2008 codec flag, as for RestoreReq2008. Returns 1 with `outLen` = the restored length, or 0
+  // with `outLen` = 0 and, when `reason` is not null, the TrdCompError in `*reason` (TRDCOMP_OK
+  // on success). Refuses what RestoreReq2008Ex / RestoreAns2008Ex without a ceiling refuse, for
+  // the same reasons, and also: a negative `outSize` (TRDCOMP_ERROR_NEGATIVE_SIZE), a null
+  // `out` with bytes (TRDCOMP_ERROR_NULL_ARGUMENT), and a restored message longer than
+  // `outSize` (TRDCOMP_ERROR_OUTPUT_TOO_SMALL, before anything is written; call
+  // RestoreReqLength / RestoreAnsLength first to size `out`). Nothing is allocated, but for
+  // the table of a 2011 dictionary section's entries (answers only), released before the call
+  // returns (its failure: TRDCOMP_ERROR_ALLOCATION).
+  // Writes only the bytes of the restored message, [out, out + its length), never past
+  // `outSize`; `out` need not be zeroed. A refusal found in the records (a 2011 count that
+  // differs from the header's, a dictionary index past its entries) may leave some of them
+  // written: they are not a message. Records the input does
+  // not hold restore as zeros (the truncated-answer rule), so `outLen` may be far above
+  // `inLen`: the work is the input's records plus the zeroing of the rest of `outLen`, which
+  // the caller bounds by the `outSize` it gives. Reads only [in, in + inLen).
+  static int RestoreReq2008Into(char* in, int inLen, char* out, int outSize, int& outLen, char flag,
+                                int* reason = nullptr);
+  static int RestoreAns2008Into(char* in, int inLen, char* out, int outSize, int& outLen, char flag,
+                                int* reason = nullptr);
+
   // A short constant text naming a TrdCompError ("unknown error" for other values).
   static const char* ErrorName(int reason);
 

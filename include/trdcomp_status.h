@@ -26,7 +26,7 @@ enum TrdCompError {
   TRDCOMP_ERROR_TOO_LARGE = 8,          /* a size does not fit the 32-bit lengths of the API */
   TRDCOMP_ERROR_LIMIT = 9,              /* the restored message would exceed the caller's limit */
   TRDCOMP_ERROR_ALLOCATION = 10,        /* the allocator returned nothing */
-  TRDCOMP_ERROR_OUTPUT_TOO_SMALL = 11,  /* the packed message does not fit the output */
+  TRDCOMP_ERROR_OUTPUT_TOO_SMALL = 11,  /* the packed or restored message does not fit the output */
   TRDCOMP_ERROR_BODY_TOO_SHORT = 12,    /* record count x record size exceeds the body's bytes */
   TRDCOMP_ERROR_DICTIONARY_INDEX = 13,  /* a 2011 record names a dictionary entry not there */
   /* Faults that the C interface finds in what it is given before any entry point runs. */

@@ -32,6 +32,20 @@ struct Result {
   trdcomp_error err{};
 };
 
+// A message with one int32 changed.
+Bytes withI32(Bytes b, std::size_t at, std::int32_t v) {
+  trdcomp::storeI32(b.data() + at, v);
+  return b;
+}
+
+// A damaged message and the refusal it must meet: its class and the offset of its fault.
+struct Refusal {
+  const char* what;
+  Bytes bytes;
+  int code;
+  std::int64_t offset;
+};
+
 Result pack(const Bytes& raw, int codec = TRDCOMP_CODEC_HEADER, int flag = 0) {
   Result r;
   void* out = nullptr;
@@ -160,24 +174,15 @@ TEST(CInterface, RestoresWhatTheEntryPointsRestoreAndWarnsOfWhatIsOdd) {
 TEST(CInterface, RefusesWithTheEntryPointsReasonAndItsOffset) {
   const auto sent = trdcomp::samples::makeRequest(1002, 0, 4, 9);
   const Bytes packed = pack(rawRequest(sent)).bytes;
-  auto with = [&](std::size_t at, std::int32_t v) {
-    Bytes b = packed;
-    trdcomp::storeI32(b.data() + at, v);
-    return b;
-  };
-  struct Case {
-    const char* what;
-    Bytes bytes;
-    int code;
-    std::int64_t offset;
-  } cases[] = {
+  auto with = [&](std::size_t at, std::int32_t v) { return withI32(packed, at, v); };
+  const Refusal cases[] = {
       {"header cut", Bytes(packed.begin(), packed.begin() + 60), TRDCOMP_ERROR_HEADER_LENGTH, 0},
       {"unknown number, packed", with(4, 1022), TRDCOMP_ERROR_PACKED_UNKNOWN, 8},
       {"header length beyond", with(0, 4000), TRDCOMP_ERROR_HEADER_LENGTH, 0},
       {"negative count", with(68, -2), TRDCOMP_ERROR_NEGATIVE_SIZE, 68},
       {"huge count", with(68, 1 << 30), TRDCOMP_ERROR_COUNT_BEYOND_INPUT, 68},
   };
-  for (const Case& c : cases) {
+  for (const Refusal& c : cases) {
     void* out = nullptr;
     std::size_t n = 0;
     trdcomp_error err{};
@@ -188,6 +193,14 @@ TEST(CInterface, RefusesWithTheEntryPointsReasonAndItsOffset) {
     EXPECT_EQ(err.offset, c.offset) << c.what;
     EXPECT_EQ(out, nullptr) << c.what;
   }
+  // A field the message is too short to hold is faulted where the message ends.
+  const unsigned char none[1] = {};
+  void* out = nullptr;
+  std::size_t n = 0;
+  trdcomp_error err{};
+  EXPECT_EQ(trdcomp_restore(none, 0, TRDCOMP_REQUEST, 0, 0, &out, &n, &err),
+            TRDCOMP_ERROR_NEGATIVE_SIZE);
+  EXPECT_EQ(err.offset, 0);
   EXPECT_EQ(pack(packed).err.offset, 8);  // packed already
   EXPECT_EQ(restore(packed, 100).status, TRDCOMP_ERROR_LIMIT);
 }
@@ -320,17 +333,8 @@ TEST(CInterface, PackRefusesAPlainAnswerWhoseFrameDoesNotHold) {
   ASSERT_EQ(raw[8] & TRDCOMP_FLAG_SECTION_TABLE, TRDCOMP_FLAG_SECTION_TABLE);
   EXPECT_EQ(pack(raw).bytes, packed);
   const auto n = static_cast<std::int64_t>(raw.size());
-  auto with = [&](std::size_t at, std::int32_t v) {
-    Bytes b = raw;
-    trdcomp::storeI32(b.data() + at, v);
-    return b;
-  };
-  struct Case {
-    const char* what;
-    Bytes bytes;
-    int code;
-    std::int64_t offset;
-  } cases[] = {
+  auto with = [&](std::size_t at, std::int32_t v) { return withI32(raw, at, v); };
+  const Refusal cases[] = {
       {"header length", with(0, 100), TRDCOMP_ERROR_HEADER, 0},
       {"table size cut", Bytes(raw.begin(), raw.begin() + 98), TRDCOMP_ERROR_TRUNCATED, 96},
       {"table size not pairs", with(96, 13), TRDCOMP_ERROR_HEADER, 96},
@@ -340,7 +344,7 @@ TEST(CInterface, PackRefusesAPlainAnswerWhoseFrameDoesNotHold) {
       {"negative size", with(112, -1), TRDCOMP_ERROR_HEADER, 112},
       {"records past the end", with(108, 4), TRDCOMP_ERROR_TRUNCATED, n},
   };
-  for (const Case& c : cases) {
+  for (const Refusal& c : cases) {
     const Result r = pack(c.bytes);
     EXPECT_EQ(r.status, c.code) << c.what << ": " << r.err.message;
     EXPECT_EQ(r.err.offset, c.offset) << c.what;

@@ -2,8 +2,8 @@
 # The Windows stage: cross-builds the library as trdcomp.dll with mingw-w64 (the C++ runtime
 # linked in, MSVC-decorated exports, an MSVC import library), and its tests and examples, with
 # char unsigned to show that no byte depends on its signedness; then runs all of them under Wine.
-# The DLL's decorated names are resolved and called by a Windows program whose digest of packed
-# and restored samples must equal the Linux build's.
+# The unit tests under Wine check the golden corpora there, so the packed and restored bytes are
+# the Linux build's; a program with MSVC's ABI calls the DLL through its decorated names.
 #
 # Where Wine cannot run, the stage says so, builds everything, checks the DLL's imports and
 # exports, and skips what needs Wine. Prints one line; the logs are under build/ci-windows.
@@ -25,22 +25,13 @@ if [ ! -f "$build/gtest/lib/cmake/GTest/GTestConfig.cmake" ]; then
   quiet cmake --install "$build/gtest-build" || fail "installing GoogleTest for mingw"
 fi
 
-# The Linux digest of the same samples.
-quiet cmake -S . -B "$build/linux" -DCMAKE_BUILD_TYPE=Release -DTRDCOMP_BENCHMARKS=OFF \
-  -DTRDCOMP_EXAMPLES=OFF -DTRDCOMP_TOOLS=OFF || fail "configuring the Linux build"
-quiet cmake --build "$build/linux" -j"$jobs" --target trdcomp_dll_digest ||
-  fail "building the Linux digest"
-linux=$("$build/linux/tests/windows/trdcomp_dll_digest") || fail "the Linux digest program"
-digest=$(sed -n 's/^digest //p' <<<"$linux")
-[ -n "$digest" ] || fail "no Linux digest"
-
 # Wine, quiet, in a throwaway prefix.
 source scripts/ci/wine.sh "$build/wine"
 
 quiet cmake -S . -B "$build/mingw" --toolchain "$toolchain" -DCMAKE_BUILD_TYPE=Release \
   -DTRDCOMP_WERROR=ON -DTRDCOMP_BENCHMARKS=OFF -DTRDCOMP_TOOLS=OFF -DCMAKE_CXX_FLAGS=-funsigned-char \
   -DCMAKE_PREFIX_PATH="$build/gtest" -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST \
-  -DCMAKE_CROSSCOMPILING_EMULATOR="${wine:-}" -DTRDCOMP_EXPECTED_DIGEST="$digest" ||
+  -DCMAKE_CROSSCOMPILING_EMULATOR="${wine:-}" ||
   fail "configuring the mingw build"
 quiet cmake --build "$build/mingw" -j"$jobs" || fail "cross-building"
 
@@ -61,5 +52,4 @@ summary=$(grep -E 'tests passed' "$build/ctest.txt" | head -n 1)
 for example in trdcomp-report trdcomp-usage; do
   quiet "$wine" "$build/mingw/bin/$example.exe" || fail "$example under Wine"
 done
-echo "== windows: trdcomp.dll, $summary under Wine, 2 examples, digest $digest as on Linux" \
-  "($((SECONDS - start)) s)"
+echo "== windows: trdcomp.dll, $summary under Wine, 2 examples ($((SECONDS - start)) s)"

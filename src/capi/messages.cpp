@@ -133,6 +133,12 @@ std::int64_t refusalOffset(const Walked& w, int direction, int reason) {
   }
 }
 
+// The same, never past the input: a field the message is too short to hold is faulted where the
+// message ends.
+std::int64_t refusalOffset(const Walked& w, int direction, int reason, std::int64_t size) {
+  return std::min(refusalOffset(w, direction, reason), size);
+}
+
 // The output buffer of a pack, of the library's bound for the message.
 int allocateOutput(std::int64_t bound, trdcomp_error* err, u8*& out) {
   if (bound > INT32_MAX)
@@ -337,10 +343,10 @@ int trdcomp_restore_ex(const void* packed, size_t length, int direction, int fla
           : CTrdCompData::RestoreAns2008Ex(bytes, static_cast<int>(length), &restored, restoredLen,
                                            static_cast<char>(flag), ceiling, &reason);
   if (!ok)
-    return fail(err, reason, refusalOffset(w, dir, reason), "the %s of %s %u is refused: %s",
-                trdcomp::header::View(in).flags().codec() ? "2011 Fast restore" : "2008 restore",
-                kDirection[dir], trdcomp::header::View(in).function(),
-                CTrdCompData::ErrorName(reason));
+    return fail(
+        err, reason, refusalOffset(w, dir, reason, in.size()), "the %s of %s %u is refused: %s",
+        trdcomp::header::View(in).flags().codec() ? "2011 Fast restore" : "2008 restore",
+        kDirection[dir], trdcomp::header::View(in).function(), CTrdCompData::ErrorName(reason));
   // A message without body restores to nothing: its header (and table) stand for it.
   const char* from = restored ? restored : static_cast<const char*>(packed);
   const std::int64_t n = restored ? restoredLen : in.size();

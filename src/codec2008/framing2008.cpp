@@ -44,6 +44,8 @@ struct Codec2008 {
   // Every packed record takes its 4-byte length at least.
   static std::int64_t leastPackedBytes(std::int64_t count) { return count * 4; }
   static bool keepsSectionBit(const records::Layout&) { return false; }
+  // Counts come from the header and the section table only.
+  static constexpr bool kCountsInBody = false;
 
   static constexpr std::int64_t requestPrefixBound = 0;
   static void beginRequestBody(OutBuffer&, std::int64_t) {}

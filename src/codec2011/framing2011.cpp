@@ -278,6 +278,9 @@ struct Codec2011 {
   // A block takes two bytes at least, behind the two of the packed count.
   static std::int64_t leastPackedBytes(std::int64_t count) { return 2 + count * 2; }
   static bool keepsSectionBit(const Layout& layout) { return layout.keepsSectionBit; }
+  // A request, a one-section answer and a dictionary section carry a 16-bit count in the body
+  // that must equal the header's.
+  static constexpr bool kCountsInBody = true;
 
   static constexpr std::int64_t requestPrefixBound = 2;
   static void beginRequestBody(OutBuffer& out, std::int64_t count) {

@@ -29,6 +29,7 @@ using trdcomp::frame::RequestForm;
 using trdcomp::framing::codecOf;
 using trdcomp::framing::CodecOps;
 using trdcomp::framing::Params;
+using trdcomp::framing::RestorePlan;
 using trdcomp::framing::Slots;
 
 namespace trdcomp::frame {
@@ -103,25 +104,50 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
   return s;
 }
 
+namespace {
+
+// How a request's number restores: by a routine of a codec and layout, not at all, or as a copy.
+struct RequestRoute {
+  RequestForm form = RequestForm::NoBody;
+  const CodecOps* codec = nullptr;
+  const trdcomp::records::Layout* layout = nullptr;
+  Params params;
+};
+
+RequestRoute requestRoute(const InView& in, char flag) {
+  const trdcomp::header::View h(in);
+  const Entry* e = trdcomp::frame::find(h.function());
+  RequestRoute r;
+  r.form = requestForm(e);
+  if (r.form == RequestForm::Routine || r.form == RequestForm::HeaderOnly) {
+    const int nibble = h.flags().nibble();
+    r.codec = &codecOf(nibble);
+    r.layout = e->request[r.codec->index];
+    r.params = Params{flag, nibble};
+  }
+  return r;
+}
+
+// A request without a routine is copied as it came; a packed body cannot pass through.
+Status passThrough(const InView& in, const RestoreOptions& options) {
+  if (trdcomp::header::View(in).flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
+  return in.size() > options.maxLength ? TRDCOMP_ERROR_LIMIT : TRDCOMP_OK;
+}
+
+}  // namespace
+
 Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
                       const RestoreOptions& options, bool& passedThrough) {
-  const trdcomp::header::View h(in);
-  const int nibble = h.flags().nibble();
-  const Entry* e = trdcomp::frame::find(h.function());
   passedThrough = false;
-  switch (requestForm(e)) {
+  const RequestRoute r = requestRoute(in, flag);
+  switch (r.form) {
     case RequestForm::HeaderOnly:
-    case RequestForm::Routine: {
-      const CodecOps& codec = codecOf(nibble);
-      return codec.restoreRequest(*e->request[codec.index], in, out, outLen, Params{flag, nibble},
-                                  options);
-    }
+    case RequestForm::Routine:
+      return r.codec->restoreRequest(*r.layout, in, out, outLen, r.params, options);
     case RequestForm::NoBody: return TRDCOMP_OK;
     case RequestForm::PassThrough: break;
   }
-  // A packed body cannot pass through.
-  if (h.flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
-  if (in.size() > options.maxLength) return TRDCOMP_ERROR_LIMIT;
+  if (Status s = passThrough(in, options)) return s;
   passedThrough = true;
   outLen = static_cast<int>(in.size());
   u8* o = trdcomp::allocateZeroed(in.size() + kPassThroughSlack);
@@ -131,11 +157,50 @@ Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
   return TRDCOMP_OK;
 }
 
-Status checkRequestArguments(const char* in, int inLen, char** out) {
-  if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+Status restoreRequestTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag) {
+  const RequestRoute r = requestRoute(in, flag);
+  switch (r.form) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine:
+      return r.codec->restoreRequestTo(*r.layout, in, reinterpret_cast<u8*>(out), outSize, outLen,
+                                       r.params);
+    case RequestForm::NoBody: outLen = 0; return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  if (Status s = passThrough(in, {})) return s;
+  if (in.size() > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  std::memcpy(out, in.data(), static_cast<std::size_t>(in.size()));
+  outLen = static_cast<int>(in.size());
+  return TRDCOMP_OK;
+}
+
+Status restoredRequestLength(const InView& in, std::int64_t& length) {
+  const RequestRoute r = requestRoute(in, 0);
+  switch (r.form) {
+    case RequestForm::HeaderOnly:
+    case RequestForm::Routine: {
+      RestorePlan plan;
+      if (Status s = r.codec->planRequest(*r.layout, in, r.params, {}, plan)) return s;
+      if (Status s = r.codec->checkFrame(plan, in, r.params)) return s;
+      length = plan.length;
+      return TRDCOMP_OK;
+    }
+    case RequestForm::NoBody: length = 0; return TRDCOMP_OK;
+    case RequestForm::PassThrough: break;
+  }
+  length = in.size();
+  return passThrough(in, {});
+}
+
+Status checkRequestInput(const char* in, int inLen) {
+  if (!in) return TRDCOMP_ERROR_NULL_ARGUMENT;
   if (inLen < 1) return TRDCOMP_ERROR_NEGATIVE_SIZE;
   return trdcomp::header::View(InView(in, inLen)).length() > inLen ? TRDCOMP_ERROR_HEADER_LENGTH
                                                                    : TRDCOMP_OK;
+}
+
+Status checkRequestArguments(const char* in, int inLen, char** out) {
+  return out ? checkRequestInput(in, inLen) : TRDCOMP_ERROR_NULL_ARGUMENT;
 }
 
 // ---- Answers ------------------------------------------------------------------------------
@@ -246,51 +311,120 @@ Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Pr
 
 namespace {
 
+struct AnswerRoute {
+  AnswerForm form = AnswerForm::NoBody;
+  const CodecOps* codec = nullptr;
+  const trdcomp::records::AnswerLayout* layout = nullptr;
+  Params params;
+};
+
+AnswerRoute answerRoute(const InView& in, char flag) {
+  const trdcomp::header::View h(in);
+  const Entry* e = trdcomp::frame::find(h.function());
+  AnswerRoute r;
+  r.form = answerForm(e);
+  if (r.form == AnswerForm::Routine) {
+    const int nibble = h.flags().nibble();
+    r.codec = &codecOf(nibble);
+    r.layout = e->answerRestore[r.codec->index];
+    r.params = Params{flag, nibble};
+  }
+  return r;
+}
+
 // An answer restored without a routine: header, table and body copied as they came, only the
 // header length normalised. Sizes come from the message and are checked against the limits of
 // a restored length; bytes the message does not hold arrive as zeros.
-Status restoreRawAnswer(const InView& in, char** out, int& outLen, const RestoreOptions& options) {
+Status planRawAnswer(const InView& in, const RestoreOptions& options,
+                     trdcomp::framing::RawAnswer& r, std::int64_t& length) {
   if (trdcomp::header::View(in).flags().packed()) return TRDCOMP_ERROR_PACKED_UNKNOWN;
-  const trdcomp::framing::RawAnswer r = trdcomp::framing::rawAnswer(in);
+  r = trdcomp::framing::rawAnswer(in);
   if (r.tooLarge) return TRDCOMP_ERROR_TOO_LARGE;
   if (r.table < 0 || r.body < 0) return TRDCOMP_ERROR_NEGATIVE_SIZE;
-  const std::int64_t length = kAnswerHeader + r.table + r.body;
+  length = kAnswerHeader + r.table + r.body;
   if (length + kPassThroughSlack > INT32_MAX) return TRDCOMP_ERROR_TOO_LARGE;
-  if (length > options.maxLength) return TRDCOMP_ERROR_LIMIT;
-  u8* o = trdcomp::allocateZeroed(length + kPassThroughSlack);
-  if (!o) return TRDCOMP_ERROR_ALLOCATION;
-  in.copyAvailable(o, 0, kAnswerHeader);
+  return length > options.maxLength ? TRDCOMP_ERROR_LIMIT : TRDCOMP_OK;
+}
+
+// Zero pages take only the bytes the message holds; other memory is cleared where it lacks.
+void copyRawAnswer(const InView& in, const trdcomp::framing::RawAnswer& r, u8* o, bool zeroed) {
+  const auto copy = [&](u8* to, std::int64_t from, std::int64_t n) {
+    if (zeroed)
+      in.copyAvailable(to, from, n);
+    else
+      in.copyOut(to, from, n);
+  };
+  copy(o, 0, kAnswerHeader);
   trdcomp::header::setLength(o, kAnswerHeader);
-  in.copyAvailable(o + kAnswerHeader, r.headerLength, r.table);
-  in.copyAvailable(o + kAnswerHeader + r.table, r.headerLength + r.table, r.body);
-  *out = reinterpret_cast<char*>(o);
-  outLen = static_cast<int>(length);
-  return TRDCOMP_OK;
+  copy(o + kAnswerHeader, r.headerLength, r.table);
+  copy(o + kAnswerHeader + r.table, r.headerLength + r.table, r.body);
 }
 
 }  // namespace
 
 Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
                      const RestoreOptions& options) {
-  const trdcomp::header::View h(in);
-  const int nibble = h.flags().nibble();
-  const Entry* e = trdcomp::frame::find(h.function());
-  switch (answerForm(e)) {
-    case AnswerForm::Routine: {
-      const CodecOps& codec = codecOf(nibble);
-      return codec.restoreAnswer(*e->answerRestore[codec.index], in, out, outLen,
-                                 Params{flag, nibble}, options);
-    }
+  const AnswerRoute route = answerRoute(in, flag);
+  switch (route.form) {
+    case AnswerForm::Routine:
+      return route.codec->restoreAnswer(*route.layout, in, out, outLen, route.params, options);
     case AnswerForm::NoBody: return TRDCOMP_OK;
     case AnswerForm::PassThrough: break;
   }
-  return restoreRawAnswer(in, out, outLen, options);
+  trdcomp::framing::RawAnswer r;
+  std::int64_t length = 0;
+  if (Status s = planRawAnswer(in, options, r, length)) return s;
+  u8* o = trdcomp::allocateZeroed(length + kPassThroughSlack);
+  if (!o) return TRDCOMP_ERROR_ALLOCATION;
+  copyRawAnswer(in, r, o, true);
+  *out = reinterpret_cast<char*>(o);
+  outLen = static_cast<int>(length);
+  return TRDCOMP_OK;
+}
+
+Status restoreAnswerTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag) {
+  const AnswerRoute route = answerRoute(in, flag);
+  switch (route.form) {
+    case AnswerForm::Routine:
+      return route.codec->restoreAnswerTo(*route.layout, in, reinterpret_cast<u8*>(out), outSize,
+                                          outLen, route.params);
+    case AnswerForm::NoBody: outLen = 0; return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  trdcomp::framing::RawAnswer r;
+  std::int64_t length = 0;
+  if (Status s = planRawAnswer(in, {}, r, length)) return s;
+  if (length > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+  copyRawAnswer(in, r, reinterpret_cast<u8*>(out), false);
+  outLen = static_cast<int>(length);
+  return TRDCOMP_OK;
+}
+
+Status restoredAnswerLength(const InView& in, std::int64_t& length) {
+  const AnswerRoute route = answerRoute(in, 0);
+  switch (route.form) {
+    case AnswerForm::Routine: {
+      RestorePlan plan;
+      if (Status s = route.codec->planAnswer(*route.layout, in, {}, plan)) return s;
+      if (Status s = route.codec->checkFrame(plan, in, route.params)) return s;
+      length = plan.length;
+      return TRDCOMP_OK;
+    }
+    case AnswerForm::NoBody: length = 0; return TRDCOMP_OK;
+    case AnswerForm::PassThrough: break;
+  }
+  trdcomp::framing::RawAnswer r;
+  return planRawAnswer(in, {}, r, length);
+}
+
+Status checkAnswerInput(const char* in, int inLen) {
+  if (!in) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  return inLen < trdcomp::header::View(InView(in, inLen)).length() ? TRDCOMP_ERROR_HEADER_LENGTH
+                                                                   : TRDCOMP_OK;
 }
 
 Status checkAnswerArguments(const char* in, int inLen, char** out) {
-  if (!in || !out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-  return inLen < trdcomp::header::View(InView(in, inLen)).length() ? TRDCOMP_ERROR_HEADER_LENGTH
-                                                                   : TRDCOMP_OK;
+  return out ? checkAnswerInput(in, inLen) : TRDCOMP_ERROR_NULL_ARGUMENT;
 }
 
 }  // namespace trdcomp::frame
@@ -416,6 +550,45 @@ int CTrdCompData::RestoreAns2008Ex(char* in, int inLen, char** out, int& outLen,
   if (Status s = checkAnswerArguments(in, inLen, out)) return report(s, reason);
   const Status s = restoreAnswer(InView(in, inLen), out, outLen, flag, limitOf(maxOutLen));
   return reportRestore(s, out, outLen, reason);
+}
+
+namespace {
+
+// The arguments of a restore into the caller's buffer: `out` may be null only when it has no
+// bytes.
+Status checkOutput(const char* out, int outSize) {
+  if (!out && outSize > 0) return TRDCOMP_ERROR_NULL_ARGUMENT;
+  return outSize < 0 ? TRDCOMP_ERROR_NEGATIVE_SIZE : TRDCOMP_OK;
+}
+
+}  // namespace
+
+int CTrdCompData::RestoreReq2008Into(char* in, int inLen, char* out, int outSize, int& outLen,
+                                     char flag, int* reason) {
+  outLen = 0;
+  if (Status s = checkRequestInput(in, inLen)) return report(s, reason);
+  if (Status s = checkOutput(out, outSize)) return report(s, reason);
+  return report(restoreRequestTo(InView(in, inLen), out, outSize, outLen, flag), reason);
+}
+
+int CTrdCompData::RestoreAns2008Into(char* in, int inLen, char* out, int outSize, int& outLen,
+                                     char flag, int* reason) {
+  outLen = 0;
+  if (Status s = checkAnswerInput(in, inLen)) return report(s, reason);
+  if (Status s = checkOutput(out, outSize)) return report(s, reason);
+  return report(restoreAnswerTo(InView(in, inLen), out, outSize, outLen, flag), reason);
+}
+
+long long CTrdCompData::RestoreReqLength(const char* in, int inLen) {
+  std::int64_t length = -1;
+  if (checkRequestInput(in, inLen) || restoredRequestLength(InView(in, inLen), length)) return -1;
+  return length;
+}
+
+long long CTrdCompData::RestoreAnsLength(const char* in, int inLen) {
+  std::int64_t length = -1;
+  if (checkAnswerInput(in, inLen) || restoredAnswerLength(InView(in, inLen), length)) return -1;
+  return length;
 }
 
 const char* CTrdCompData::ErrorName(int reason) {

@@ -23,15 +23,29 @@ Status packRequest(char* out, std::int64_t capacity, int& outLen, const tagREQ_H
 Status packAnswer(char* out, std::int64_t capacity, int& outLen, const tagANS_Proc& proc,
                   char* const sections[5], char flag, int codecSel, std::int64_t* steps = nullptr);
 
-// Checks the arguments every restore checks before reading anything.
+// Checks the arguments every restore checks before reading anything: the input (null, empty
+// request, header length beyond it) and, for the allocating restores, `out`.
+Status checkRequestInput(const char* in, int inLen);
+Status checkAnswerInput(const char* in, int inLen);
 Status checkRequestArguments(const char* in, int inLen, char** out);
 Status checkAnswerArguments(const char* in, int inLen, char** out);
 
-// Restores a message whose arguments passed the checks; `*out` and `outLen` start null and 0.
-// `passedThrough` tells that an unknown number was copied as it came.
+// Restores a message whose arguments passed the checks into a new buffer; `*out` and `outLen`
+// start null and 0. `passedThrough` tells that an unknown number was copied as it came.
 Status restoreRequest(const InView& in, char** out, int& outLen, char flag,
                       const RestoreOptions& options, bool& passedThrough);
 Status restoreAnswer(const InView& in, char** out, int& outLen, char flag,
                      const RestoreOptions& options);
+
+// Restores a message whose input passed the checks into the caller's `outSize` bytes at `out`
+// (see RestoreReq2008Into); `outLen` is set on success only.
+Status restoreRequestTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag);
+Status restoreAnswerTo(const InView& in, char* out, std::int64_t outSize, int& outLen, char flag);
+
+// The length a restore of the message gives, or why it refuses the message: what the header,
+// section table and counts show, and what the walk of its frame finds without decoding (a 2011
+// count in the body). Not found: a dictionary index past its entries, a failed allocation.
+Status restoredRequestLength(const InView& in, std::int64_t& length);
+Status restoredAnswerLength(const InView& in, std::int64_t& length);
 
 }  // namespace trdcomp::frame

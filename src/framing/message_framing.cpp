@@ -12,13 +12,6 @@ void writeSectionTable(u8* at, std::int64_t size, int pairs, const std::int32_t*
   }
 }
 
-u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header,
-                 bool fresh) {
-  u8* o = fresh ? allocateZeroed(length + slack) : allocateUninitialised(length + slack);
-  if (o) in.copyOut(o, 0, header);
-  return o;
-}
-
 void finishRequestHeader(u8* o, std::uint32_t recordSize) {
   header::setLength(o, kRequestHeader);
   storeU32(o + header::Request::kSize, recordSize);
@@ -58,6 +51,32 @@ std::int64_t recordsPresent(const Frame& f, const InView& in) {
   CountRecords count;
   walkSections(f, in, count);
   return count.present;
+}
+
+RestoreTarget allocateRestored(const RestorePlan& plan, const InView& in) {
+  const Frame& f = plan.frame;
+  bool fresh;
+  if (!f.answer) {
+    // Packed requests hold their count (the plan checked it); raw records of no size carry
+    // nothing.
+    const std::int64_t size = f.layouts[0]->size;
+    fresh = !f.packed && f.senderSizes[0] <= 0 && freshPages(f.counts[0] * size, 0, size);
+  } else {
+    std::int64_t largest = 0;
+    for (int s = 0; s < f.sections; ++s)
+      largest = std::max<std::int64_t>(largest, f.layouts[s]->size);
+    // Only a claim large enough for fresh pages needs the records counted (a walk of the input).
+    const std::int64_t claimed = plan.length - f.headerBytes() - f.tableBytesRestored();
+    fresh = claimed >= kFreshPages && freshPages(claimed, recordsPresent(f, in), largest);
+  }
+  const std::int64_t total = plan.length + plan.slack;
+  u8* o = fresh ? allocateZeroed(total) : allocateUninitialised(total);
+  return RestoreTarget{o, total, fresh};
+}
+
+Status walkFrame(const Frame& f, const InView& in) {
+  CountRecords count;
+  return f.answer ? walkSections(f, in, count) : walkRequest(f, in, count);
 }
 
 }  // namespace trdcomp::framing

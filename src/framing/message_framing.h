@@ -16,6 +16,7 @@
 //   packSection(layout, records, count, stride, out, params), sectionBound(...)
 //   restoreRecords(frame, in, first, area, params, options)
 //                                       decodes the records the frame walker finds
+//   kCountsInBody                       whether the walk may refuse a count it reads in the body
 //
 // A codec is then one file: its policy and `const CodecOps kCodecN = opsOf<Policy>(index)`.
 #pragma once
@@ -45,10 +46,14 @@ constexpr bool freshPages(std::int64_t claimed, std::int64_t present, std::int64
   return claimed - sizeTimes(present, size) >= kFreshPages;
 }
 
-// A new buffer of `length` + `slack` bytes holding the first `header` bytes of the message
-// (bytes the message does not hold are zero), and the area behind them where the records go;
-// null when the allocation failed. `fresh`: from fresh zero pages.
-u8* startRestore(const InView& in, std::int64_t length, std::int64_t slack, int header, bool fresh);
+// The buffer of an allocating restore: the plan's length and slack, from fresh zero pages when
+// the records the input holds leave so much of it untouched (see freshPages), else from warm
+// memory that the restore clears as it goes; null when the allocation failed.
+RestoreTarget allocateRestored(const RestorePlan& plan, const InView& in);
+
+// Walks the frame without decoding a record: the refusals the walk itself finds (a 2011 count
+// that differs from the header's).
+Status walkFrame(const Frame& frame, const InView& in);
 
 // The restored request header: its length and the layout's record size.
 void finishRequestHeader(u8* o, std::uint32_t recordSize);
@@ -98,37 +103,65 @@ struct MessageFraming {
                     Codec::recordsBound(layout, Codec::requestCount(count), stride));
   }
 
-  static Status restoreRequest(const records::Layout& layout, const InView& in, char** out,
-                               int& outLen, const Params& params, const RestoreOptions& options) {
-    if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-    const Frame f = requestFrame(layout, in);
+  static Status planRequest(const records::Layout& layout, const InView& in, const Params& params,
+                            const RestoreOptions& options, RestorePlan& plan) {
+    requestFrame(layout, in, plan.frame);
+    const Frame& f = plan.frame;
     if (header::RequestView(in).flags().sectionTable() && !Codec::keepsSectionBit(layout))
       return TRDCOMP_ERROR_SECTION_BIT;
     const std::int32_t count = f.counts[0];
-    // A count that the input cannot hold is refused before anything is allocated.
+    // A count that the input cannot hold is refused before anything is written.
     if (!f.packed) {
       if (Status s = checkRawRequest(in, count, f.senderSizes[0])) return s;
     } else if (Codec::sendsRecords(params) && count > 0 &&
                Codec::leastPackedBytes(count) > in.size() - f.records) {
       return TRDCOMP_ERROR_COUNT_BEYOND_INPUT;
     }
-    const std::int64_t size = layout.size;
-    std::int64_t length;
-    if (Status s = restoredLength(count, size, kRequestHeader, kRequestSlack, options, length))
-      return s;
-    // Packed requests hold their count (checked above); raw records of no size carry nothing.
-    const bool fresh = !f.packed && f.senderSizes[0] <= 0 && freshPages(count * size, 0, size);
-    u8* o = startRestore(in, length, kRequestSlack, kRequestHeader, fresh);
-    if (!o) return TRDCOMP_ERROR_ALLOCATION;
-    // From here on the buffer is the caller's, also when a refusal follows.
-    *out = reinterpret_cast<char*>(o);
-    outLen = static_cast<int>(length);
-    RecordArea area(o + kRequestHeader, o + length + kRequestSlack, fresh);
+    plan.slack = kRequestSlack;
+    return restoredLength(count, layout.size, kRequestHeader, kRequestSlack, options, plan.length);
+  }
+
+  // The restore proper, the same for every target: the header, the records the walker finds,
+  // the rest of the message cleared (unless the target is zero already), the header finished.
+  // Both the allocating restore and the restore into the caller's buffer run it.
+  static Status restoreRequestInto(const records::Layout& layout, const InView& in,
+                                   const RestorePlan& plan, const RestoreTarget& target,
+                                   const Params& params, const RestoreOptions& options) {
+    const Frame& f = plan.frame;
+    u8* o = target.out;
+    in.copyOut(o, 0, kRequestHeader);
+    RecordArea area(o + kRequestHeader, o + target.room, target.zeroed);
     Status s = TRDCOMP_OK;
     if (!f.packed || Codec::sendsRecords(params))
       s = Codec::restoreRecords(f, in, o + kRequestHeader, area, params, options);
     area.finish();
     if (s == TRDCOMP_OK) finishRequestHeader(o, layout.size);
+    return s;
+  }
+
+  static Status restoreRequest(const records::Layout& layout, const InView& in, char** out,
+                               int& outLen, const Params& params, const RestoreOptions& options) {
+    if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+    RestorePlan plan;
+    if (Status s = planRequest(layout, in, params, options, plan)) return s;
+    const RestoreTarget target = allocateRestored(plan, in);
+    if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
+    // From here on the buffer is the caller's, also when a refusal follows.
+    *out = reinterpret_cast<char*>(target.out);
+    outLen = static_cast<int>(plan.length);
+    return restoreRequestInto(layout, in, plan, target, params, options);
+  }
+
+  // Into the caller's buffer only the restored length is the decoder's room: a decode cap
+  // running past the last record stops at the end of the message.
+  static Status restoreRequestTo(const records::Layout& layout, const InView& in, u8* out,
+                                 std::int64_t outSize, int& outLen, const Params& params) {
+    RestorePlan plan;
+    if (Status s = planRequest(layout, in, params, {}, plan)) return s;
+    if (plan.length > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    const Status s =
+        restoreRequestInto(layout, in, plan, RestoreTarget{out, plan.length, false}, params, {});
+    if (s == TRDCOMP_OK) outLen = static_cast<int>(plan.length);
     return s;
   }
 
@@ -163,36 +196,68 @@ struct MessageFraming {
     return most;
   }
 
-  static Status restoreAnswer(const records::AnswerLayout& layout, const InView& in, char** out,
-                              int& outLen, const Params& params, const RestoreOptions& options) {
-    if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
-    const Frame f = answerFrame(layout, in);
+  static Status planAnswer(const records::AnswerLayout& layout, const InView& in,
+                           const RestoreOptions& options, RestorePlan& plan) {
+    answerFrame(layout, in, plan.frame);
+    const Frame& f = plan.frame;
+    plan.slack = f.slack;
     std::int64_t length = kAnswerHeader + f.tableBytesRestored();
-    for (int s = 0; s < f.sections; ++s) {
-      if (Status st =
-              restoredLength(f.counts[s], f.layouts[s]->size, length, f.slack, options, length)) {
-        outLen = 0;
-        return st;
-      }
-    }
-    std::int64_t largest = 0;
     for (int s = 0; s < f.sections; ++s)
-      largest = std::max<std::int64_t>(largest, f.layouts[s]->size);
-    const std::int64_t present = recordsPresent(f, in);
-    const bool fresh =
-        freshPages(length - kAnswerHeader - f.tableBytesRestored(), present, largest);
-    u8* o = startRestore(in, length, f.slack, kAnswerHeader, fresh);
-    *out = reinterpret_cast<char*>(o);
-    outLen = o ? static_cast<int>(length) : 0;
-    if (!o) return TRDCOMP_ERROR_ALLOCATION;
+      if (Status st =
+              restoredLength(f.counts[s], f.layouts[s]->size, length, f.slack, options, length))
+        return st;
+    plan.length = length;
+    return TRDCOMP_OK;
+  }
+
+  // The restore proper: the header, the library's section table, the records, the header
+  // finished.
+  static Status restoreAnswerInto(const InView& in, const RestorePlan& plan,
+                                  const RestoreTarget& target, const Params& params,
+                                  const RestoreOptions& options) {
+    const Frame& f = plan.frame;
+    u8* o = target.out;
+    in.copyOut(o, 0, kAnswerHeader);
     writeRestoredTable(o, f);
     u8* const first = o + kAnswerHeader + f.tableBytesRestored();
-    RecordArea area(first, o + length + f.slack, fresh);
-    // A refusal leaves the buffer in *out, for the caller to release.
+    RecordArea area(first, o + target.room, target.zeroed);
     const Status st = Codec::restoreRecords(f, in, first, area, params, options);
     area.finish();
     if (st == TRDCOMP_OK) finishAnswerHeader(o, f);
     return st;
+  }
+
+  static Status restoreAnswer(const records::AnswerLayout& layout, const InView& in, char** out,
+                              int& outLen, const Params& params, const RestoreOptions& options) {
+    if (!out) return TRDCOMP_ERROR_NULL_ARGUMENT;
+    RestorePlan plan;
+    if (Status st = planAnswer(layout, in, options, plan)) {
+      outLen = 0;
+      return st;
+    }
+    const RestoreTarget target = allocateRestored(plan, in);
+    *out = reinterpret_cast<char*>(target.out);
+    outLen = target.out ? static_cast<int>(plan.length) : 0;
+    if (!target.out) return TRDCOMP_ERROR_ALLOCATION;
+    // A refusal leaves the buffer in *out, for the caller to release.
+    return restoreAnswerInto(in, plan, target, params, options);
+  }
+
+  static Status restoreAnswerTo(const records::AnswerLayout& layout, const InView& in, u8* out,
+                                std::int64_t outSize, int& outLen, const Params& params) {
+    RestorePlan plan;
+    if (Status s = planAnswer(layout, in, {}, plan)) return s;
+    if (plan.length > outSize) return TRDCOMP_ERROR_OUTPUT_TOO_SMALL;
+    const Status s =
+        restoreAnswerInto(in, plan, RestoreTarget{out, plan.length, false}, params, {});
+    if (s == TRDCOMP_OK) outLen = static_cast<int>(plan.length);
+    return s;
+  }
+
+  static Status checkFrame(const RestorePlan& plan, const InView& in, const Params& params) {
+    const Frame& f = plan.frame;
+    if (!Codec::kCountsInBody || !f.packed || !Codec::sendsRecords(params)) return TRDCOMP_OK;
+    return walkFrame(f, in);
   }
 };
 
@@ -205,9 +270,14 @@ constexpr CodecOps opsOf(int index, bool sectionTableAhead) {
                   &F::packRequest,
                   &F::requestBodyBound,
                   &F::restoreRequest,
+                  &F::restoreRequestTo,
+                  &F::planRequest,
                   &F::packAnswer,
                   &F::answerBodyBound,
-                  &F::restoreAnswer};
+                  &F::restoreAnswer,
+                  &F::restoreAnswerTo,
+                  &F::planAnswer,
+                  &F::checkFrame};
 }
 
 }  // namespace trdcomp::framing

@@ -104,10 +104,11 @@ struct Frame {
   }
 };
 
-// The frame of a request of `layout` in the codec its flags name.
-inline Frame requestFrame(const records::Layout& layout, const InView& in) {
+// The frame of a request of `layout` in the codec its flags name, written into `f`, a Frame as
+// constructed (restores fill the frame of their plan in place: a copy of a frame costs more than
+// reading it).
+inline void requestFrame(const records::Layout& layout, const InView& in, Frame& f) {
   const header::RequestView h(in);
-  Frame f;
   f.packed = h.flags().packed();
   f.codec = h.flags().codec();
   f.headerLength = h.length();
@@ -119,15 +120,18 @@ inline Frame requestFrame(const records::Layout& layout, const InView& in) {
   f.senderSizes[0] = h.size();
   f.layouts[0] = &layout;
   f.slack = kRequestSlack;
+}
+inline Frame requestFrame(const records::Layout& layout, const InView& in) {
+  Frame f;
+  requestFrame(layout, in, f);
   return f;
 }
 
 namespace detail {
 
 // The fields of the answer header every frame takes.
-inline Frame answerHeader(const records::AnswerLayout* layout, const InView& in) {
+inline void answerHeader(const records::AnswerLayout* layout, const InView& in, Frame& f) {
   const header::AnswerView h(in);
-  Frame f;
   f.answer = true;
   f.packed = h.flags().packed();
   f.codec = h.flags().codec();
@@ -140,16 +144,15 @@ inline Frame answerHeader(const records::AnswerLayout* layout, const InView& in)
     f.countAt[s] = -1;
   }
   f.countAt[0] = header::Answer::kCount;
-  return f;
 }
 
 // The answer header's fields and, when flags bit 1 is set, the section table behind the header:
 // the layout of a 2008 answer, packed or plain, and of any plain answer. Counts and sender sizes
 // of up to five pairs; optional sections are laid out only when the table sends more than one.
 // Without a layout (a number restored without a routine), the sections are the pairs listed.
-inline Frame tableFrame(const records::AnswerLayout* layout, const InView& in) {
+inline void tableFrame(const records::AnswerLayout* layout, const InView& in, Frame& f) {
   const header::AnswerView h(in);
-  Frame f = answerHeader(layout, in);
+  answerHeader(layout, in, f);
   const int laid = layout ? layout->sectionCount : 0;
   if (h.flags().sectionTable()) {
     const std::int32_t table = in.i32(f.body);
@@ -171,7 +174,6 @@ inline Frame tableFrame(const records::AnswerLayout* layout, const InView& in) {
   }
   f.multi = f.sections > 1;
   f.slack = f.multi ? kSectionTableSlack : kAnswerSlack;
-  return f;
 }
 
 }  // namespace detail
@@ -181,16 +183,18 @@ inline Frame tableFrame(const records::AnswerLayout* layout, const InView& in) {
 // size. `layout` may be null (a number without a record codec): the sections are then the pairs
 // the table lists. Counts and sizes are as the message says: checking them is the reader's.
 inline Frame plainAnswerFrame(const records::AnswerLayout* layout, const InView& in) {
-  Frame f = detail::tableFrame(layout, in);
+  Frame f;
+  detail::tableFrame(layout, in, f);
   f.packed = false;
   return f;
 }
 
 // The frame of an answer of `layout` in the codec its flags name. 2008: see tableFrame. 2011:
-// the 16-bit counts ahead of a multi-section body, else the header's count.
-inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) {
-  if (header::AnswerView(in).flags().codec() == 0) return detail::tableFrame(&layout, in);
-  Frame f = detail::answerHeader(&layout, in);
+// the 16-bit counts ahead of a multi-section body, else the header's count. Written into `f`, a
+// Frame as constructed.
+inline void answerFrame(const records::AnswerLayout& layout, const InView& in, Frame& f) {
+  if (header::AnswerView(in).flags().codec() == 0) return detail::tableFrame(&layout, in, f);
+  detail::answerHeader(&layout, in, f);
   // The 2011 codec has no plain form of answers: its restore reads blocks whatever bit 0 says.
   f.packed = true;
   f.sections = layout.sectionCount;
@@ -203,6 +207,10 @@ inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) 
     }
     f.records += 2 * f.sections;
   }
+}
+inline Frame answerFrame(const records::AnswerLayout& layout, const InView& in) {
+  Frame f;
+  answerFrame(layout, in, f);
   return f;
 }
 

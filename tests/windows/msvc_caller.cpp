@@ -3,11 +3,11 @@
 // trdcomp.lib, the import library made for MSVC's linker. No C++ runtime: it starts at
 // mainCRTStartup and uses a few functions of the system's msvcrt.dll.
 //
-// Run under Wine against the mingw-built DLL, it packs and restores requests and runs field
-// primitives, and checks the bytes against values worked out by hand from the format. It also
-// makes objects of the classes as MSVC programs do (on the stack, as members, with new and
-// delete, derived from the helper and copied), with an operator new that allocates as MSVC's C
-// runtime does: HeapAlloc on the process heap.
+// Run under Wine against the mingw-built DLL, it packs and restores requests in both codecs (into
+// a new buffer and into its own) and checks that the records come back. It also makes objects of
+// the classes as MSVC programs do (on the stack, as members, with new and delete, derived from the
+// helper and copied), with an operator new that allocates as MSVC's C runtime does: HeapAlloc on
+// the process heap.
 #include "TrdCompData.h"
 
 using Size = decltype(sizeof 0);
@@ -98,28 +98,17 @@ void requests() {
     check(restoredLen == 76 + static_cast<int>(sizeof records) && restored &&
               same(restored + 76, records[0], sizeof records),
           "records did not come back");
+    // The same bytes into a buffer of the announced size.
+    char into[76 + sizeof records];
+    int intoLen = 0, reason = -1;
+    check(CTrdCompData::RestoreReqLength(packed, packedLen) == static_cast<long long>(sizeof into),
+          "restored length");
+    check(CTrdCompData::RestoreReq2008Into(packed, packedLen, into, static_cast<int>(sizeof into),
+                                           intoLen, 0, &reason) == 1 &&
+              reason == 0 && intoLen == restoredLen && restored && same(into, restored, intoLen),
+          "restore into the caller's buffer");
     CTrdCompData::ReleaseAnsData(restored);
   }
-}
-
-void primitives() {
-  // 2008 compact integer: the first byte holds the sign, the 2-bit length code and the low five
-  // bits of the magnitude, the next bytes the rest, least significant first. 100000 is
-  // 3125 * 32: low bits 0, then 3125 = 0x0C35 in two more bytes (length code 2).
-  char out[16] = {};
-  int value = 0;
-  check(CKtNetCompressHelper::NCH_compress_int(out, 5) == 1 && out[0] == 5, "compact 5");
-  check(CKtNetCompressHelper::NCH_decompress_int(out, value) == 1 && value == 5, "compact 5 back");
-  check(CKtNetCompressHelper::NCH_compress_int(out, -100000) == 3 && same(out, "\xC0\x35\x0C", 3),
-        "compact -100000");
-  check(CKtNetCompressHelper::NCH_decompress_int(out, value) == 3 && value == -100000,
-        "compact -100000 back");
-  // 2011 stop-bit integer: seven bits a byte, most significant first, bit 7 ends the field.
-  check(Fast_encode_int64(out, 1000) == 2 && out[0] == 0x07 && out[1] == char(0xE8),
-        "stop-bit 1000");
-  long long wide = 0;
-  check(Fast_decode_int64(out, wide) == 2 && wide == 1000, "stop-bit 1000 back");
-  check(Fast_size_int64(-1) == 1, "stop-bit size of -1");
 }
 
 // The first eight bytes of an object: its vtable pointer. Through a barrier, so that the
@@ -244,7 +233,6 @@ void objects() {
 extern "C" int mainCRTStartup() {
   check(CTrdCompData::VersionNumber() == TRDCOMP_VERSION_NUMBER, "library version");
   requests();
-  primitives();
   objects();
   printf("msvc caller: %s, %d failures\n", CTrdCompData::VersionString(), failures);
   fflush(nullptr);

@@ -6,7 +6,8 @@
 # MSVC constructor returns `this`, an MSVC vtable starts with a deleting destructor): each
 # exported under its GNU name must be exported under its MSVC name too, at any address, and
 # every decorated special member must belong to a class whose special members are exported.
-# Type information has no twin.
+# Type information has no twin. Every decorated name of the import library's definition file is
+# exported.
 cmake_minimum_required(VERSION 3.20)
 execute_process(COMMAND ${READOBJ} --coff-exports ${DLL} OUTPUT_VARIABLE exports RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
@@ -159,6 +160,18 @@ foreach(key IN LISTS gnu_keys)
     list(APPEND problems "${gnu_${key}} has no MSVC-decorated alias")
   endif()
 endforeach()
+# Every decorated name the import library lists (IMPORT_DEF) is exported: a program linked
+# against trdcomp.lib finds each.
+file(STRINGS ${IMPORT_DEF} imported REGEX "^ +\"\\?")
+foreach(line IN LISTS imported)
+  string(REGEX MATCH "\"([^\"]+)\"" _ "${line}")
+  if(NOT CMAKE_MATCH_1 IN_LIST msvc)
+    list(APPEND problems "${CMAKE_MATCH_1} is listed for import but not exported")
+  endif()
+endforeach()
+if(NOT imported)
+  list(APPEND problems "no decorated name in ${IMPORT_DEF}")
+endif()
 if(problems)
   list(JOIN problems "\n  " text)
   message(FATAL_ERROR "MSVC-decorated exports of ${DLL}:\n  ${text}")
