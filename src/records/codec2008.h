@@ -1,4 +1,5 @@
-// The 2008 record codec: one encoder and one decoder that interpret any layout.
+// The 2008 record codec: a decoder and an encoder compiled for each catalogue layout, and the
+// checked field routines that read any layout in row order.
 #pragma once
 
 #include <cstdint>
