@@ -290,10 +290,12 @@ struct DecodeState {
 
 // One field through its shared routine: false when the input is used up before it.
 template <Reads kReads, bool kFill, Kind K>
-[[gnu::noinline]] bool decodeShared(DecodeState& d, OfKind<K> f, std::int64_t base) {
-  if (d.pos >= d.available) return false;
-  decodeOne<kReads, kFill>(f, d.in, d.pos, d.record, d.room, base, d.flag, d.spill);
-  return true;
+[[gnu::noinline]] std::int64_t decodeShared(const InView& in, std::int64_t pos, u8* record,
+                                            std::int64_t room, char flag, Spill* spill, OfKind<K> f,
+                                            std::int64_t base) {
+  Spill unused;
+  decodeOne<kReads, kFill>(f, in, pos, record, room, base, flag, spill ? *spill : unused);
+  return pos;
 }
 
 template <class Record>
@@ -304,8 +306,9 @@ struct EncodeState {
 };
 
 template <class Record, Kind K>
-[[gnu::noinline]] void encodeShared(EncodeState<Record>& e, OfKind<K> f, std::int64_t base) {
-  e.p += encodeField(f, e.record, base, e.p, e.flag);
+[[gnu::noinline]] u8* encodeShared(const Record& record, u8* p, char flag, OfKind<K> f,
+                                   std::int64_t base) {
+  return p + encodeField(f, record, base, p, flag);
 }
 
 // The fields of layout `Layouts[I]` decoded by straight code: the same steps as decodeFields,
@@ -336,7 +339,10 @@ struct Decoder : DecodeState {
     // Texts and blocks take the shared routine of their kind: their code would otherwise be most
     // of the library's.
     if constexpr (bulky(op(K).kind)) {
-      return decodeShared<kReads, kFill>(*this, ofKind<op(K)>(), base);
+      if (pos >= available) return false;
+      pos = decodeShared<kReads, kFill>(in, pos, record, room, flag, kFill ? nullptr : &spill,
+                                        ofKind<op(K)>(), base);
+      return true;
     } else {
       if (pos >= available) return false;
       decodeOne<kReads, kFill>(Fixed<op(K)>{}, in, pos, record, room, base, flag, spill);
@@ -423,7 +429,7 @@ struct Encoder : EncodeState<Record> {
   template <std::size_t K>
   TRDCOMP_INLINE void one(std::int64_t base) {
     if constexpr (bulky(op(K).kind) || std::is_same_v<Record, InView>)
-      encodeShared<Record>(*this, ofKind<op(K)>(), base);
+      p = encodeShared<Record>(record, p, flag, ofKind<op(K)>(), base);
     else
       p += encodeField(Fixed<op(K)>{}, record, base, p, flag);
   }
