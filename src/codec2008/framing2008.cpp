@@ -15,15 +15,26 @@ namespace {
 // past the record, into the next one, which is zeroed again before it is decoded. A layout that
 // fills its records is decoded over whatever the slot holds.
 struct RecordWriter {
+  explicit RecordWriter(RecordArea& a) : area(a) {}
   RecordArea& area;
   std::int64_t dirty = 0;  // bytes written past the previous record
+  // The layout of the section being decoded, and what follows from it.
+  int section = -1;
+  const records::Layout* layout = nullptr;
+  records::LayoutDecoder2008 decoder;
+  records::Slot slot = records::Slot::Zero;
 
-  void decode(const records::Layout& layout, const InView& in, const Place& p, u8* record,
-              char flag) {
+  void enter(int s, const records::Layout& l) {
+    section = s;
+    layout = &l;
+    decoder = records::LayoutDecoder2008(l);
     // Into fresh zero pages, only what the input gives is written: the pages of a long text's
     // padding are never touched.
-    const records::Slot slot =
-        layout.fills && !area.fresh() ? records::Slot::Any : records::Slot::Zero;
+    slot = l.fills && !area.fresh() ? records::Slot::Any : records::Slot::Zero;
+  }
+
+  void decode(const InView& in, const Place& p, u8* record, char flag) {
+    const records::Layout& layout = *this->layout;
     if (slot == records::Slot::Any) {
       area.claim(record, layout.size);  // the decoding writes every byte, whatever was there
     } else {
@@ -32,8 +43,8 @@ struct RecordWriter {
     }
     // The length as the format reads it: signed, so that one of 2^31 or more reads no field.
     const std::int64_t packed = static_cast<std::int32_t>(p.length);
-    const std::int64_t reach = records::decode2008(layout, in.from(p.from), packed, record,
-                                                   area.end() - record, flag, slot);
+    const std::int64_t reach =
+        decoder.decode(in.from(p.from), packed, record, area.end() - record, flag, slot);
     dirty = reach - layout.size;
   }
 };
@@ -102,15 +113,16 @@ struct Codec2008 {
       const RestoreOptions& options;
       Status record(const Place& p) {
         options.step();
-        const records::Layout& l = *f.layouts[p.section];
+        if (p.section != writer.section) writer.enter(p.section, *f.layouts[p.section]);
+        const records::Layout& l = *writer.layout;
         u8* slot = first + p.target;
         if (p.unit == Unit::Raw)
           copyRawRecord(in, p, slot, l.size, writer.area);
         else if (!l.opaque)
-          writer.decode(l, in, p, slot, flag);
+          writer.decode(in, p, slot, flag);
         return TRDCOMP_OK;
       }
-    } v{{}, f, in, first, RecordWriter{area}, params.flag, options};
+    } v{{}, f, in, first, RecordWriter(area), params.flag, options};
     return f.answer ? walkSections(f, in, v) : walkRequest(f, in, v);
   }
 };

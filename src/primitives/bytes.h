@@ -1,6 +1,7 @@
 // Little-endian loads and stores, and the bounded view through which every decoder reads.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -25,18 +26,29 @@ namespace trdcomp {
 
 using u8 = unsigned char;
 
+// The library runs on little-endian machines only (x86-64): a load or store of a wire integer
+// is one move, the same bytes as a byte-by-byte one.
+static_assert(std::endian::native == std::endian::little, "little-endian hosts only");
+
+template <class T>
+inline T loadLE(const void* p) {
+  T v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+template <class T>
+inline void storeLE(void* p, T v) {
+  std::memcpy(p, &v, sizeof v);
+}
+
 inline std::uint16_t loadU16(const void* p) {
-  const u8* b = static_cast<const u8*>(p);
-  return static_cast<std::uint16_t>(b[0] | (b[1] << 8));
+  return loadLE<std::uint16_t>(p);
 }
 inline std::uint32_t loadU32(const void* p) {
-  const u8* b = static_cast<const u8*>(p);
-  return std::uint32_t(b[0]) | std::uint32_t(b[1]) << 8 | std::uint32_t(b[2]) << 16 |
-         std::uint32_t(b[3]) << 24;
+  return loadLE<std::uint32_t>(p);
 }
 inline std::uint64_t loadU64(const void* p) {
-  const u8* b = static_cast<const u8*>(p);
-  return std::uint64_t(loadU32(b)) | std::uint64_t(loadU32(b + 4)) << 32;
+  return loadLE<std::uint64_t>(p);
 }
 inline std::int32_t loadI32(const void* p) {
   return static_cast<std::int32_t>(loadU32(p));
@@ -52,17 +64,13 @@ inline double loadF64(const void* p) {
 }
 
 inline void storeU16(void* p, std::uint16_t v) {
-  u8* b = static_cast<u8*>(p);
-  b[0] = static_cast<u8>(v);
-  b[1] = static_cast<u8>(v >> 8);
+  storeLE(p, v);
 }
 inline void storeU32(void* p, std::uint32_t v) {
-  u8* b = static_cast<u8*>(p);
-  for (int i = 0; i < 4; ++i) b[i] = static_cast<u8>(v >> (8 * i));
+  storeLE(p, v);
 }
 inline void storeU64(void* p, std::uint64_t v) {
-  u8* b = static_cast<u8*>(p);
-  for (int i = 0; i < 8; ++i) b[i] = static_cast<u8>(v >> (8 * i));
+  storeLE(p, v);
 }
 inline void storeI32(void* p, std::int32_t v) {
   storeU32(p, static_cast<std::uint32_t>(v));

@@ -168,6 +168,62 @@ TRDCOMP_INLINE std::int64_t textEnd16(const u8* from) {
   return std::countr_zero(ends | 0x10000u);
 }
 
+// textEnd for k <= 32: the first zero among the first k of the 32 bytes at `from`, or k.
+TRDCOMP_INLINE std::int64_t textEnd32(const u8* from, std::int64_t k) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
+  const std::uint64_t ends =
+      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
+      static_cast<std::uint64_t>(
+          static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero))))
+          << 16;
+  return std::countr_zero(ends | ~std::uint64_t(0) << k);
+}
+
+// 16 bytes from kKeepMask + 16 - keep: `keep` bytes of ones, then zeros (0 <= keep <= 16).
+alignas(16) inline constexpr u8 kKeepMask[32] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+// A field of 16 to 32 bytes written whole: the first j bytes from `from`, zeros after (j <=
+// width). Two 16-byte chunks, the second ending at the field's end.
+TRDCOMP_INLINE void fillField16to32(u8* dst, const u8* from, std::int64_t j, std::int64_t width) {
+  const std::int64_t tail = width - 16;
+  const std::int64_t keepLo = j < 16 ? j : 16;
+  const std::int64_t keepHi = j - tail < 0 ? 0 : j - tail;
+  const __m128i lo =
+      _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)),
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeepMask + 16 - keepLo)));
+  const __m128i hi =
+      _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from + tail)),
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeepMask + 16 - keepHi)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + tail), hi);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), lo);
+}
+
+// A text field of 33 to 48 bytes written whole: the first j of its bytes from `from`, where j
+// is where the first k bytes end (the first zero among them, or k), zeros after. Reads and
+// writes only [0, width), in 16-byte chunks at 0, 16 and width - 16.
+TRDCOMP_INLINE void fillText33to48(u8* dst, const u8* from, std::int64_t k, std::int64_t width) {
+  const std::int64_t tail = width - 16;
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
+  const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + tail));
+  std::uint64_t ends =
+      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, zero))) |
+      std::uint64_t(static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(b, zero)))) << 16 |
+      std::uint64_t(static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(c, zero)))) << tail;
+  const std::int64_t j = std::countr_zero(ends | ~std::uint64_t(0) << k);
+  auto keep = [&](std::int64_t off) {
+    const std::int64_t n = std::clamp<std::int64_t>(j - off, 0, 16);
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeepMask + 16 - n));
+  };
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 16), _mm_and_si128(b, keep(16)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + tail), _mm_and_si128(c, keep(tail)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_and_si128(a, keep(0)));
+}
+
 // Writes all `width` bytes of a field: the first j bytes from `from`, zeros after. Every byte
 // of [from, from + max(width, 16)) may be read, and only [dst, dst + width) is written: 16-byte
 // chunks masked to the text, the last one overlapping the one before (wide fields: a copy and a

@@ -176,6 +176,13 @@ std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t ava
   return decodeChecked(layout, in, available, record, room, flag);
 }
 
+LayoutDecoder2008::LayoutDecoder2008(const Layout& layout) : layout_(&layout) {
+  if (const Codec* c = compiledOf(layout)) {
+    inside_ = c->inside;
+    span_ = layout.readSpan;
+  }
+}
+
 std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
   return encodeFields(layout, record, out, flag);
 }

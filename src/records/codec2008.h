@@ -31,6 +31,34 @@ std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent);
 std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t available, u8* record,
                         std::int64_t room, char flag, Slot slot);
 
+// A layout's compiled decoding of a record that lies inside its input (see
+// insideForDecode2008): the arguments of decode2008 but the slot; gives the reach, or -1 when a
+// decoding that fills its record ran out of input before the last field.
+using CompiledDecode2008 = std::int64_t (*)(const InView& in, std::int64_t available, u8* record,
+                                            std::int64_t room, char flag);
+
+// decode2008 for the records of one layout, its compiled decoder looked up once: a run of
+// records (a section) pays for the lookup once, not per record.
+class LayoutDecoder2008 {
+ public:
+  LayoutDecoder2008() = default;
+  explicit LayoutDecoder2008(const Layout& layout);
+  // As decode2008.
+  std::int64_t decode(const InView& in, std::int64_t available, u8* record, std::int64_t room,
+                      char flag, Slot slot) const {
+    if (inside_ && available >= 0 && in.size() - available >= span_) {
+      const std::int64_t reach = inside_(in, available, record, room, flag);
+      if (reach >= 0) return reach;
+    }
+    return decode2008(*layout_, in, available, record, room, flag, slot);
+  }
+
+ private:
+  const Layout* layout_ = nullptr;
+  CompiledDecode2008 inside_ = nullptr;
+  std::int64_t span_ = 0;
+};
+
 // The reference for the two functions above: the same results through checked reads only,
 // whatever the record's place in its input. encode2008 and decode2008 read a record that lies
 // wholly inside its input (see insideForDecode2008) without checking a byte; tests and the

@@ -12,6 +12,7 @@
 
 #include "primitives/bytes.h"
 #include "primitives/compact.h"
+#include "records/codec2008.h"
 #include "records/layout.h"
 
 namespace trdcomp::records::steps2008 {
@@ -298,6 +299,55 @@ template <Reads kReads, bool kFill, Kind K>
   return pos;
 }
 
+// A text whose field no other field's decoding writes into (no decode cap of an earlier text
+// runs into it, and its own cap is at most its width), read from a record inside its input:
+// the terminator found in one scan of its width, the whole field written as a few overlapping
+// chunks masked to the text, whatever the text's length. Writing its zero tail is right in a
+// record the decoding fills and harmless in a zero one. Widths by class: 8, 9-16 (two 8-byte
+// words), 17-32 (two 16-byte chunks) and 33-48 (three); other widths take the general routine.
+constexpr int ownTextClass(std::uint16_t width) {
+  return width == 8                  ? 8
+         : width > 8 && width <= 16  ? 16
+         : width > 16 && width <= 32 ? 32
+         : width > 32 && width <= 48 ? 48
+                                     : 0;
+}
+
+#if TRDCOMP_SSE2
+template <int kClass>
+[[gnu::noinline]] std::int64_t decodeOwnText(const u8* in, std::int64_t pos, u8* dst,
+                                             std::int64_t width, std::int64_t cap) {
+  // A text of these widths has a one-byte length but when it fills 32 bytes or more.
+  const unsigned b = in[pos];
+  std::int32_t length;
+  if ((b & 0x60) == 0) [[likely]] {
+    length = (b & 0x80) ? -static_cast<std::int32_t>(b & 0x1F) : static_cast<std::int32_t>(b);
+    ++pos;
+  } else {
+    length = compact::readInt(InsideBytes{{in}}, pos);
+  }
+  const u8* from = in + pos;
+  const std::int64_t k = length < 1 ? 0 : std::min<std::int64_t>(length, cap);
+  if constexpr (kClass <= 16) {
+    const std::int64_t j = compact::textEnd32(from, k);
+    const std::int64_t tail = width - 8;
+    const std::uint64_t lo =
+        loadU64(from) & loadU64(compact::kKeepMask + 16 - std::min<std::int64_t>(j, 8));
+    if constexpr (kClass == 16) {
+      const std::uint64_t hi = loadU64(from + tail) & loadU64(compact::kKeepMask + 16 -
+                                                              std::max<std::int64_t>(j - tail, 0));
+      storeU64(dst + tail, hi);
+    }
+    storeU64(dst, lo);
+  } else if constexpr (kClass == 32) {
+    compact::fillField16to32(dst, from, compact::textEnd32(from, k), width);
+  } else {
+    compact::fillText33to48(dst, from, k, width);
+  }
+  return length > 0 ? pos + length : pos;
+}
+#endif
+
 template <class Record>
 struct EncodeState {
   const Record& record;
@@ -334,11 +384,56 @@ struct Decoder : DecodeState {
     return true;
   }
 
+  // The bytes of a record that the decoding of top-level field i may write: a text up to its
+  // cap, a group all its entries.
+  static constexpr std::pair<std::int64_t, std::int64_t> writes(std::size_t i) {
+    const FieldOp& g = L.ops[i];
+    if (g.kind == Kind::Group) return {g.offset, g.offset + std::int64_t(g.repeat) * g.stride};
+    return {g.offset, g.offset + (g.kind == Kind::Text ? std::max(g.width, g.cap) : g.width)};
+  }
+
+  // Whether field k is a text that decodeOwnText takes: of a width it has a class for, its cap
+  // at most its width, and no field decoded ahead of it writing into its bytes (a group member:
+  // into its group's; and no text of the group has a cap past its width).
+  static constexpr bool ownText(std::size_t k) {
+    const FieldOp f = op(k);
+    if ((f.kind != Kind::Text && f.kind != Kind::ShortText) || f.cap > f.width ||
+        ownTextClass(f.width) == 0)
+      return false;
+    std::size_t top = k;
+    for (std::size_t i = 0; i < L.fieldCount; ++i) {
+      const FieldOp& g = L.ops[i];
+      if (g.kind != Kind::Group) continue;
+      if (k > i && k <= i + g.members) {
+        top = i;
+        for (std::size_t m = i + 1; m <= i + g.members; ++m)
+          if (L.ops[m].kind == Kind::Text && L.ops[m].cap > L.ops[m].width) return false;
+      }
+      i += g.members;
+    }
+    const auto mine = top == k ? std::pair<std::int64_t, std::int64_t>{f.offset, f.offset + f.width}
+                               : writes(top);
+    for (std::size_t i = 0; i < top; ++i) {
+      const auto [from, to] = writes(i);
+      if (from < mine.second && to > mine.first) return false;
+      if (L.ops[i].kind == Kind::Group) i += L.ops[i].members;
+    }
+    return true;
+  }
+
   template <std::size_t K>
   TRDCOMP_INLINE bool field(std::int64_t base) {
     // Texts and blocks take the shared routine of their kind: their code would otherwise be most
     // of the library's.
-    if constexpr (bulky(op(K).kind)) {
+#if TRDCOMP_SSE2
+    if constexpr (kReads == Reads::Inside && ownText(K)) {
+      if (pos >= available) return false;
+      pos = decodeOwnText<ownTextClass(op(K).width)>(in.data(), pos, record + base + op(K).offset,
+                                                     op(K).width, op(K).cap);
+      return true;
+    } else
+#endif
+        if constexpr (bulky(op(K).kind)) {
       if (pos >= available) return false;
       pos = decodeShared<kReads, kFill>(in, pos, record, room, flag, kFill ? nullptr : &spill,
                                         ofKind<op(K)>(), base);
@@ -475,7 +570,7 @@ struct Encoder : EncodeState<Record> {
 // The compiled codec of a layout: its fields decoded by straight code with unchecked reads (into
 // any record for a layout that fills its records, else into a zero record), and encoded by
 // straight code from a record wholly inside the caller's body.
-using FieldsFn = std::int64_t (*)(const InView&, std::int64_t, u8*, std::int64_t, char);
+using FieldsFn = CompiledDecode2008;
 using EncodeFn = std::uint32_t (*)(const InView&, u8*, char);
 struct Codec {
   FieldsFn inside;
