@@ -11,30 +11,6 @@ namespace {
 
 using namespace steps2008;
 
-// Bytes of the compact 32-bit form of a non-negative length.
-constexpr std::int64_t compactLengthBytes(std::int64_t n) {
-  return n < 0x20 ? 1 : n < 0x2000 ? 2 : n < 0x200000 ? 3 : 4;
-}
-
-// The most bytes a field at `at` of a record viewed over `size` bytes encodes to.
-std::int64_t maxField(const FieldOp& f, std::int64_t at, std::int64_t size) {
-  switch (f.kind) {
-    case Kind::Char: return 1;
-    case Kind::Text:
-    case Kind::ShortText: {
-      const std::int64_t most = size > at ? size - at : 0;
-      return compactLengthBytes(most) + most;
-    }
-    case Kind::Block:
-    case Kind::CountedBlock: return compactLengthBytes(f.width) + f.width;
-    case Kind::Int32: return 5;  // the 64-bit form of a 32-bit value
-    case Kind::Int64:
-    case Kind::Double: return 8;
-    case Kind::Group: break;
-  }
-  return 0;
-}
-
 template <class Record>
 std::uint32_t encodeFields(const Layout& layout, const Record& record, u8* out, char flag) {
   u8* p = out;
@@ -142,18 +118,10 @@ std::uint32_t encode2008(const Layout& layout, const InView& record, u8* out, ch
 }
 
 std::int64_t maxEncoded2008(const Layout& layout, std::int64_t extent) {
-  std::int64_t most = 0;
-  for (const FieldOp* f = layout.opsBegin(); f != layout.opsEnd(); ++f) {
-    if (f->kind != Kind::Group) {
-      most += maxField(*f, f->offset, extent);
-      continue;
-    }
-    for (std::int64_t e = 0; e < f->repeat; ++e)
-      for (std::uint16_t m = 1; m <= f->members; ++m)
-        most += maxField(f[m], f->offset + e * f->stride + f[m].offset, extent);
-    f += f->members;
-  }
-  return most;
+  // At the layout's own size (the common case), the bound its compiled codec carries.
+  if (extent == layout.size)
+    if (const Codec* c = compiledOf(layout)) return c->packBound;
+  return maxEncodedFields(layout, extent);
 }
 
 // Every field starts before `available` and reads at most readSpan bytes from there: when the

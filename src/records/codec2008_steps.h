@@ -17,6 +17,46 @@
 
 namespace trdcomp::records::steps2008 {
 
+// Bytes of the compact 32-bit form of a non-negative length.
+constexpr std::int64_t compactLengthBytes(std::int64_t n) {
+  return n < 0x20 ? 1 : n < 0x2000 ? 2 : n < 0x200000 ? 3 : 4;
+}
+
+// The most bytes a field at `at` of a record viewed over `size` bytes encodes to.
+constexpr std::int64_t maxField(const FieldOp& f, std::int64_t at, std::int64_t size) {
+  switch (f.kind) {
+    case Kind::Char: return 1;
+    case Kind::Text:
+    case Kind::ShortText: {
+      const std::int64_t most = size > at ? size - at : 0;
+      return compactLengthBytes(most) + most;
+    }
+    case Kind::Block:
+    case Kind::CountedBlock: return compactLengthBytes(f.width) + f.width;
+    case Kind::Int32: return 5;  // the 64-bit form of a 32-bit value
+    case Kind::Int64:
+    case Kind::Double: return 8;
+    case Kind::Group: break;
+  }
+  return 0;
+}
+
+// The most bytes a record of `layout` viewed over `extent` bytes encodes to, whatever it holds.
+constexpr std::int64_t maxEncodedFields(const Layout& layout, std::int64_t extent) {
+  std::int64_t most = 0;
+  for (const FieldOp* f = layout.opsBegin(); f != layout.opsEnd(); ++f) {
+    if (f->kind != Kind::Group) {
+      most += maxField(*f, f->offset, extent);
+      continue;
+    }
+    for (std::int64_t e = 0; e < f->repeat; ++e)
+      for (std::uint16_t m = 1; m <= f->members; ++m)
+        most += maxField(f[m], f->offset + e * f->stride + f[m].offset, extent);
+    f += f->members;
+  }
+  return most;
+}
+
 // Prices and amounts travel as integers of 1/10000: the half unit is added before scaling
 // whatever the sign, then the product is truncated toward zero.
 inline std::int64_t priceUnits(double v) {
@@ -575,6 +615,7 @@ using EncodeFn = std::uint32_t (*)(const InView&, u8*, char);
 struct Codec {
   FieldsFn inside;
   EncodeFn whole;
+  std::int64_t packBound;  // maxEncodedFields at the layout's own size
 };
 
 template <auto& Layouts, std::size_t I>
@@ -582,7 +623,8 @@ constexpr Codec compiledCodec() {
   return Codec{&Decoder<Layouts, I, Reads::Inside, Layouts[I].fills>::decode,
                [](const InView& r, u8* out, char flag) {
                  return Encoder<Layouts, I, WholeRecord>::encode(WholeRecord{r}, out, flag);
-               }};
+               },
+               maxEncodedFields(Layouts[I], Layouts[I].size)};
 }
 
 template <auto& Layouts, std::size_t... I>
