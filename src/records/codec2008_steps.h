@@ -76,25 +76,6 @@ struct WholeRecord {
   void copyOut(u8* dst, std::int64_t from, std::int64_t n) const {
     if (n > 0) std::memcpy(dst, view.data() + from, static_cast<std::size_t>(n));
   }
-#if TRDCOMP_SSE2
-  // A text shorter than 32 (16) bytes with 32 (16) bytes of the record from its start: found
-  // with one scan and stored with one or two 16-byte moves, whatever its length. The moves may
-  // run past the text, into room the field's largest encoding reserves (its length prefix and
-  // the rest of the record): later fields write over it, and nothing lands past the record's
-  // bound. Returns the bytes of the field, or -1 to take the general way.
-  std::int64_t shortText(std::int64_t i, u8* out) const {
-    const std::int64_t rest = view.size() - i;
-    if (rest < 16) return -1;
-    const u8* p = view.data() + i;
-    const bool wide = rest >= 32;
-    const std::int64_t n = wide ? compact::textEnd(p, 32) : compact::textEnd16(p);
-    if (n == (wide ? 32 : 16)) return -1;
-    const int k = compact::writeInt(out, static_cast<std::int32_t>(n));
-    std::memcpy(out + k, p, 16);
-    if (wide) std::memcpy(out + k + 16, p + 16, 16);
-    return k + n;
-  }
-#endif
 };
 
 // Writes the text or bytes [at, at + n) of the record behind a compact length.
@@ -140,12 +121,6 @@ TRDCOMP_INLINE std::uint32_t encodeField(const F& f, const Record& record, std::
       // Measured up to the terminator, not bounded by the width: a text that fills its array
       // runs on into the next field, exactly as peers send it. The record's end ends it too, so
       // an unterminated body costs its own size, never the rest of the body.
-#if TRDCOMP_SSE2
-      if constexpr (requires { record.shortText(at, out); }) {
-        const std::int64_t n = record.shortText(at, out);
-        if (n >= 0) return static_cast<std::uint32_t>(n);
-      }
-#endif
       return writeCounted(record, at, record.textLength(at), out);
     case Kind::Block: return writeCounted(record, at, f.width, out);
     case Kind::Int32: return encodeNumber<Kind::Int32>(record, at, out, flag);
@@ -388,6 +363,37 @@ template <int kClass>
 }
 #endif
 
+#if TRDCOMP_SSE2
+// A text of a record inside the caller's body. One shorter than 32 (16) bytes with 32 (16)
+// bytes of the record from its start is found with one scan and stored with one or two 16-byte
+// moves, whatever its length. The moves may run past the text, into room the field's largest
+// encoding reserves (its length prefix and the rest of the record): later fields write over it,
+// and nothing lands past the record's bound. Longer texts take the general way.
+[[gnu::noinline]] inline u8* encodeText(const u8* data, std::int64_t size, std::int64_t at,
+                                        u8* out) {
+  const u8* p = data + at;
+  const std::int64_t rest = size - at;
+  if (rest >= 32) {
+    const std::int64_t n = compact::textEnd32(p, 32);
+    if (n < 32) {
+      out[0] = static_cast<u8>(n);  // the compact form of a length under 32: one byte
+      std::memcpy(out + 1, p, 16);
+      std::memcpy(out + 17, p + 16, 16);
+      return out + 1 + n;
+    }
+  } else if (rest >= 16) {
+    const std::int64_t n = compact::textEnd16(p);
+    if (n < 16) {
+      out[0] = static_cast<u8>(n);
+      std::memcpy(out + 1, p, 16);
+      return out + 1 + n;
+    }
+  }
+  const InView view(data, size);
+  return out + writeCounted(WholeRecord{view}, at, view.textLength(at), out);
+}
+#endif
+
 template <class Record>
 struct EncodeState {
   const Record& record;
@@ -563,7 +569,13 @@ struct Encoder : EncodeState<Record> {
 
   template <std::size_t K>
   TRDCOMP_INLINE void one(std::int64_t base) {
-    if constexpr (bulky(op(K).kind) || std::is_same_v<Record, InView>)
+#if TRDCOMP_SSE2
+    if constexpr (std::is_same_v<Record, WholeRecord> &&
+                  (op(K).kind == Kind::Text || op(K).kind == Kind::ShortText))
+      p = encodeText(record.view.data(), record.view.size(), base + op(K).offset, p);
+    else
+#endif
+        if constexpr (bulky(op(K).kind) || std::is_same_v<Record, InView>)
       p = encodeShared<Record>(record, p, flag, ofKind<op(K)>(), base);
     else
       p += encodeField(Fixed<op(K)>{}, record, base, p, flag);
