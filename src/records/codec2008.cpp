@@ -83,9 +83,14 @@ std::int64_t decodeChecked(const Layout& layout, const InView& in, std::int64_t 
 // byte past the input reads as zero) but without a check per field.
 constexpr std::int64_t kPadded = 2048;
 
+// decodeCompiled's answer for a record it leaves to the checked reads.
+constexpr std::int64_t kNotCompiled = -2;
+static_assert(kNotCompiled != kUnfilled);
+
 // One record by its compiled codec: unchecked while the record and its read span lie inside the
 // input; near the end, from a copy padded with zeros; far from any pad, through the checked
-// reads. A filling decoding that stops early gives kUnfilled.
+// reads, which the caller takes (kNotCompiled). A filling decoding that stops early gives
+// kUnfilled.
 std::int64_t decodeCompiled(const Codec& c, const Layout& l, const InView& in,
                             std::int64_t available, u8* record, std::int64_t room, char flag) {
   if (insideForDecode2008(l, in, available)) return c.inside(in, available, record, room, flag);
@@ -96,7 +101,7 @@ std::int64_t decodeCompiled(const Codec& c, const Layout& l, const InView& in,
     std::memset(padded + held, 0, static_cast<std::size_t>(available + l.readSpan - held));
     return c.inside(InView(padded, available + l.readSpan), available, record, room, flag);
   }
-  return l.fills ? kUnfilled : decodeChecked(l, in, available, record, room, flag);
+  return kNotCompiled;
 }
 
 // The compiled codec of a catalogue layout; null for a layout built elsewhere.
@@ -136,8 +141,10 @@ std::int64_t decode2008(const Layout& layout, const InView& in, std::int64_t ava
   if (const Codec* c = compiledOf(layout)) {
     // A layout that fills its records writes every byte of a zero slot as of any other.
     const std::int64_t reach = decodeCompiled(*c, layout, in, available, record, room, flag);
-    if (reach != kUnfilled) return reach;
-    std::memset(record, 0, layout.size);
+    if (reach >= 0) return reach;
+    // A zero slot that the compiled decoding never touched needs no clearing: a 32 KiB record
+    // of fresh pages stays untouched but for the bytes the input holds.
+    if (reach == kUnfilled || slot == Slot::Any) std::memset(record, 0, layout.size);
   } else if (slot == Slot::Any) {
     std::memset(record, 0, layout.size);
   }
