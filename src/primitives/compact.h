@@ -117,21 +117,34 @@ std::int64_t readInt64(const In& in, std::int64_t& pos) {
 }
 
 #if TRDCOMP_SSE2
+// The first zero among the 16 bytes at `from`, or 16.
+TRDCOMP_INLINE std::int64_t textEnd16(const u8* from) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const auto ends =
+      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
+  return std::countr_zero(ends | 0x10000u);
+}
+
+// textEnd for k <= 32: the first zero among the first k of the 32 bytes at `from`, or k.
+TRDCOMP_INLINE std::int64_t textEnd32(const u8* from, std::int64_t k) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
+  const std::uint64_t ends =
+      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
+      static_cast<std::uint64_t>(
+          static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero))))
+          << 16;
+  return std::countr_zero(ends | ~std::uint64_t(0) << k);
+}
+
 // The first zero among the first k bytes at `from`, or k; reads 32 bytes when k <= 32.
 TRDCOMP_INLINE std::int64_t textEnd(const u8* from, std::int64_t k) {
-  if (k <= 32) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
-    std::uint32_t ends = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
-                         static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero)))
-                             << 16;
-    if (k < 32) ends |= ~std::uint32_t(0) << k;
-    return std::countr_zero(ends);
-  }
+  if (k <= 32) return textEnd32(from, k);
   const void* z = std::memchr(from, 0, static_cast<std::size_t>(k));
   return z ? static_cast<const u8*>(z) - from : k;
 }
+
 #endif
 
 // Copies at most k bytes of text, stopping at a zero byte of the source or at the end of the
@@ -160,27 +173,6 @@ std::int64_t copyTextPrefix(const In& in, std::int64_t pos, u8* dst, std::int64_
 }
 
 #if TRDCOMP_SSE2
-// The first zero among the 16 bytes at `from`, or 16.
-TRDCOMP_INLINE std::int64_t textEnd16(const u8* from) {
-  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-  const auto ends =
-      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
-  return std::countr_zero(ends | 0x10000u);
-}
-
-// textEnd for k <= 32: the first zero among the first k of the 32 bytes at `from`, or k.
-TRDCOMP_INLINE std::int64_t textEnd32(const u8* from, std::int64_t k) {
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-  const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
-  const std::uint64_t ends =
-      static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(lo, zero))) |
-      static_cast<std::uint64_t>(
-          static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(hi, zero))))
-          << 16;
-  return std::countr_zero(ends | ~std::uint64_t(0) << k);
-}
-
 // 16 bytes from kKeepMask + 16 - keep: `keep` bytes of ones, then zeros (0 <= keep <= 16).
 alignas(16) inline constexpr u8 kKeepMask[32] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
                                                  0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
@@ -235,12 +227,9 @@ TRDCOMP_INLINE void fillField(u8* dst, const u8* from, std::int64_t j, std::int6
     return;
   }
   if (width >= 16) {
-    // 16 bytes from kKeep + 16 - keep: `keep` bytes of ones, then zeros.
-    alignas(16) static constexpr u8 kKeep[32] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                                 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
     auto chunk = [&](std::int64_t off) {
       const std::int64_t keep = std::clamp<std::int64_t>(j - off, 0, 16);
-      const __m128i mask = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeep + 16 - keep));
+      const __m128i mask = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeepMask + 16 - keep));
       const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + off));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + off), _mm_and_si128(v, mask));
     };

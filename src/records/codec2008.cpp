@@ -158,6 +158,12 @@ LayoutDecoder2008::LayoutDecoder2008(const Layout& layout) : layout_(&layout) {
   }
 }
 
+std::int64_t LayoutDecoder2008::redoChecked(const InView& in, std::int64_t available, u8* record,
+                                            std::int64_t room, char flag) const {
+  std::memset(record, 0, layout_->size);
+  return decodeChecked(*layout_, in, available, record, room, flag);
+}
+
 std::uint32_t encode2008Checked(const Layout& layout, const InView& record, u8* out, char flag) {
   return encodeFields(layout, record, out, flag);
 }

@@ -49,11 +49,16 @@ class LayoutDecoder2008 {
     if (inside_ && available >= 0 && in.size() - available >= span_) {
       const std::int64_t reach = inside_(in, available, record, room, flag);
       if (reach >= 0) return reach;
+      return redoChecked(in, available, record, room, flag);
     }
     return decode2008(*layout_, in, available, record, room, flag, slot);
   }
 
  private:
+  // A filling decoding that ran out of input: the record cleared and decoded the checked way.
+  std::int64_t redoChecked(const InView& in, std::int64_t available, u8* record, std::int64_t room,
+                           char flag) const;
+
   const Layout* layout_ = nullptr;
   CompiledDecode2008 inside_ = nullptr;
   std::int64_t span_ = 0;
