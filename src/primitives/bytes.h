@@ -21,6 +21,12 @@
 #else
 #define TRDCOMP_INLINE inline __attribute__((always_inline))
 #endif
+// The same for a lambda: written after its parameter list.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define TRDCOMP_INLINE_LAMBDA
+#else
+#define TRDCOMP_INLINE_LAMBDA __attribute__((always_inline))
+#endif
 
 namespace trdcomp {
 

@@ -227,7 +227,7 @@ TRDCOMP_INLINE void fillField(u8* dst, const u8* from, std::int64_t j, std::int6
     return;
   }
   if (width >= 16) {
-    auto chunk = [&](std::int64_t off) {
+    auto chunk = [&](std::int64_t off) TRDCOMP_INLINE_LAMBDA {
       const std::int64_t keep = std::clamp<std::int64_t>(j - off, 0, 16);
       const __m128i mask = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kKeepMask + 16 - keep));
       const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + off));
@@ -238,7 +238,7 @@ TRDCOMP_INLINE void fillField(u8* dst, const u8* from, std::int64_t j, std::int6
     if (off < width) chunk(width - 16);
     return;
   }
-  auto word = [&](std::int64_t off, int bytes) {
+  auto word = [&](std::int64_t off, int bytes) TRDCOMP_INLINE_LAMBDA {
     const std::int64_t keep = std::clamp<std::int64_t>(j - off, 0, bytes);
     const std::uint64_t mask = keep >= 8 ? ~0ull : (std::uint64_t(1) << (8 * keep)) - 1;
     if (bytes == 8) {

@@ -31,6 +31,10 @@ inline int sizeUint64(std::uint64_t value) {
 // Bit 63 is cleared before the groups are cut, so a negative value of ten bytes (magnitude 2^62
 // or more) comes back as the value plus 2^63.
 inline int writeInt64(u8* out, std::int64_t value) {
+  if (value > -64 && value < 64) {  // one byte: the seven bits, sign included, and the stop bit
+    out[0] = static_cast<u8>((value & 0x7F) | 0x80);
+    return 1;
+  }
   int n = sizeInt64(value);
   std::uint64_t r = static_cast<std::uint64_t>(value) & 0x7FFFFFFFFFFFFFFFull;
   for (int k = n - 1; k >= 0; --k) {

@@ -4,9 +4,9 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <functional>
 #include <type_traits>
 
+#include "primitives/compact.h"
 #include "primitives/stopbit.h"
 #include "records/answer_layouts.h"
 #include "records/request_layouts.h"
@@ -56,6 +56,23 @@ constexpr bool hasZeroByte(std::uint64_t x) {
 // strings, eight bytes at a time: 1 or 0, or -1 when they are equal over the whole width and
 // neither ends there (the comparison goes on past the array).
 inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
+#if TRDCOMP_SSE2
+  if (width >= 16) {
+    // 16 bytes at a time, the last chunk ending at the array's end: its bytes already compared
+    // hold neither a difference nor a zero, so the first it finds is the first of the text.
+    for (std::uint32_t i = 0;; i += 16) {
+      const std::uint32_t at = i + 16 <= width ? i : width - 16;
+      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + at));
+      const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + at));
+      const unsigned differ =
+          ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) & 0xFFFF;
+      const unsigned ends =
+          differ | static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())));
+      if (ends) return (differ >> std::countr_zero(ends)) & 1;
+      if (at + 16 >= width) return -1;
+    }
+  }
+#endif
   std::uint32_t i = 0;
   for (; i + 8 <= width; i += 8) {
     const std::uint64_t x = loadU64(a + i), y = loadU64(b + i);
@@ -70,6 +87,27 @@ inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
     if (a[i] == 0) return 0;
   }
   return -1;
+}
+
+// The length of a text within its `width`-byte array (the first zero, or the width).
+inline std::uint32_t lengthWithin(const u8* text, std::uint32_t width) {
+#if TRDCOMP_SSE2
+  if (width >= 16) {
+    for (std::uint32_t i = 0;; i += 16) {
+      const std::uint32_t at = i + 16 <= width ? i : width - 16;
+      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
+      const unsigned ends =
+          static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())));
+      if (ends) return at + static_cast<std::uint32_t>(std::countr_zero(ends));
+      if (at + 16 >= width) return width;
+    }
+  }
+#endif
+  std::uint32_t n = 0;
+  for (; n + 8 <= width; n += 8)
+    if (hasZeroByte(loadU64(text + n))) break;
+  while (n < width && text[n]) ++n;
+  return n;
 }
 
 // Whether texts equal over their whole `width`-byte arrays, neither terminated there, differ:
@@ -593,24 +631,24 @@ constexpr std::array<Program, 3 * N> buildPrograms(const std::array<Layout, N>& 
   return programs;
 }
 
-constexpr auto kRequestOps = buildOps<opTotal(kRequestLayouts)>(kRequestLayouts);
-constexpr auto kRequestPrograms = buildPrograms(kRequestLayouts, kRequestOps.data());
-constexpr auto kAnswerOps = buildOps<opTotal(kAnswerLayouts)>(kAnswerLayouts);
-constexpr auto kAnswerPrograms = buildPrograms(kAnswerLayouts, kAnswerOps.data());
+constexpr auto kRequestPlaces = buildOps<opTotal(kRequestLayouts)>(kRequestLayouts);
+constexpr auto kRequestPrograms = buildPrograms(kRequestLayouts, kRequestPlaces.data());
+constexpr auto kAnswerPlaces = buildOps<opTotal(kAnswerLayouts)>(kAnswerLayouts);
+constexpr auto kAnswerPrograms = buildPrograms(kAnswerLayouts, kAnswerPlaces.data());
 
-// The program of a catalogue layout, with its table of ops; null for any other layout.
+// The program of a catalogue layout, with its table of ops, found by the layout's table and
+// place there; null for a layout built elsewhere.
 const Program* programOf(const Layout& l, Part part, const Op*& ops) {
-  const std::less<const Layout*> before;
-  const auto find = [&](const auto& layouts, const auto& programs,
-                        const auto& table) -> const Program* {
-    if (before(&l, layouts.data()) || !before(&l, layouts.data() + layouts.size())) return nullptr;
-    const Program& p = programs[3 * static_cast<std::size_t>(&l - layouts.data()) +
-                                static_cast<std::size_t>(part)];
+  const auto find = [&](const auto& programs, const auto& table) {
+    const Program& p = programs[3 * std::size_t{l.index} + static_cast<std::size_t>(part)];
     ops = table.data() + p.first;
     return &p;
   };
-  if (const Program* p = find(kAnswerLayouts, kAnswerPrograms, kAnswerOps)) return p;
-  return find(kRequestLayouts, kRequestPrograms, kRequestOps);
+  switch (l.table) {
+    case kRequestTable: return find(kRequestPrograms, kRequestPlaces);
+    case kAnswerTable: return find(kAnswerPrograms, kAnswerPlaces);
+    default: return nullptr;
+  }
 }
 
 // A signed stop-bit integer; read without a check per byte while ten bytes lie inside the input
@@ -639,6 +677,19 @@ TRDCOMP_INLINE T readInt(const InView& in, std::int64_t& pos) {
 // read, when the bytes run past the input: the reference reads then settle it.
 TRDCOMP_INLINE bool readCounted(const Op& op, const InView& in, std::int64_t& pos, u8* dst,
                                 std::uint32_t most) {
+#if TRDCOMP_SSE2
+  // A one-byte length with the field's bytes (16 at least) inside the input: the field written
+  // whole in masked chunks.
+  if (!(op.flags & kWideOp) && pos >= 0 && in.size() - pos > std::max<std::int64_t>(op.width, 16) &&
+      (in.data()[pos] & 0x80)) {
+    const std::int64_t length =
+        static_cast<std::int8_t>(static_cast<u8>(in.data()[pos] << 1)) >> 1;  // bits 0-6, signed
+    compact::fillField(dst, in.ptr(pos + 1), length < 1 ? 0 : std::min<std::int64_t>(length, most),
+                       op.width);
+    pos += 1 + length;
+    return true;
+  }
+#endif
   std::int64_t at = pos;
   const std::int32_t length = readInt<std::int32_t>(in, at);
   const std::int64_t keep = length < 1 ? 0 : std::min<std::int64_t>(length, most);
@@ -671,8 +722,8 @@ TRDCOMP_INLINE std::make_unsigned_t<T> readInteger(const Layout& layout, const O
 
 // One present field over the copy of the previous record (or a zero record): every byte of the
 // field is written, as the reference decoder leaves it in a zero record.
-void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos, u8* record,
-            std::int64_t size, const InView* previous) {
+TRDCOMP_INLINE void readOp(const Layout& layout, const Op& op, const InView& in, std::int64_t& pos,
+                           u8* record, std::int64_t size, const InView* previous) {
   u8* dst = record + op.offset;
   switch (op.kind) {
     case Kind::Char: *dst = static_cast<u8>(readInt<std::int32_t>(in, pos)); return;
@@ -747,12 +798,7 @@ TRDCOMP_INLINE std::uint32_t writeInside(const Field& f, const Op& op, const InV
   if ((op.kind == Kind::Text || op.kind == Kind::ShortText) && op.width < kWide &&
       (op.flags & kSimple)) {
     const u8* text = r.ptr(op.offset);
-    std::uint32_t n = 0;
-    for (; n + 8 <= op.width; n += 8) {
-      const std::uint64_t x = loadU64(text + n);
-      if (hasZeroByte(x)) break;
-    }
-    while (n < op.width && text[n]) ++n;
+    const std::uint32_t n = lengthWithin(text, op.width);
     const int k = stopbit::writeInt64(out, n);
     copyShort(out + k, text, n);
     return static_cast<std::uint32_t>(k) + n;
