@@ -223,63 +223,52 @@ TEST(HostileInput, WorkFollowsTheBytesPresentNotTheCountsClaimed) {
   }
 }
 
-TEST(HostileInput, RecordsOfNoSizeEndTheLoopAtOnce) {
-  // Raw bodies whose sender record size is 0 or negative, with counts in the hundreds of
-  // millions (as in the reports that found these loops): the request of 1000 restores 1-byte
-  // records, the answer of 1102 1-byte records.
+TEST(HostileInput, CountsTheBytesCannotHoldAreRefusedAndRecordsOfNoSizeCostNothing) {
+  // Requests of 1002 (83-byte records): each packed record needs its length field, each raw
+  // record its size; one short is refused. Raw bodies whose sender record size is 0 or negative
+  // with counts in the hundreds of millions (as in the reports that found these loops): the
+  // request of 1000 and the answer of 1102 restore 1-byte records without a step.
+  constexpr auto kRequest = Direction::Request;
+  constexpr auto kAnswer = Direction::Answer;
   struct Case {
     const char* name;
     Direction direction;
     std::uint32_t number;
-    std::int32_t count, senderSize;
-    Status status;
-  } cases[] = {
-      {"request, size 0", Direction::Request, 1000, 200000000, 0, TRDCOMP_OK},
-      {"request, negative size", Direction::Request, 1000, 200000000, -1233,
-       TRDCOMP_ERROR_NEGATIVE_SIZE},
-      {"answer, size 0", Direction::Answer, 1102, 200000000, 0, TRDCOMP_OK},
-      {"answer, negative size", Direction::Answer, 1102, 200000000, -1233, TRDCOMP_OK},
-  };
-  for (const Case& c : cases) {
-    const Outcome o =
-        restore(c.direction, claiming(c.direction, c.number, 0, false, c.count, c.senderSize, 120),
-                INT32_MAX);
-    EXPECT_EQ(o.status, c.status) << c.name;
-    EXPECT_EQ(o.steps, 0) << c.name;
-    if (c.status == TRDCOMP_OK) {
-      EXPECT_EQ(o.length, (c.direction == Direction::Request ? 76 : 96) + c.count) << c.name;
-    }
-  }
-}
-
-TEST(HostileInput, RequestsThatCannotHoldTheirCountAreRefused) {
-  // Each packed record needs its length field, each raw record its size; one short is refused.
-  struct Case {
-    const char* name;
     int nibble;
     bool packed;
     std::size_t bytes;
     std::int32_t count, senderSize;
     Status status;
+    int recordSize = 0;
   } cases[] = {
-      {"2008 packed, 4 bytes each", 0, true, 76 + 40, 10, 83, TRDCOMP_OK},
-      {"2008 packed, one short", 0, true, 76 + 39, 10, 83, TRDCOMP_ERROR_COUNT_BEYOND_INPUT},
-      {"2011 packed, count and 2 bytes each", 1, true, 76 + 22, 10, 83, TRDCOMP_OK},
-      {"2011 packed, one short", 1, true, 76 + 21, 10, 83, TRDCOMP_ERROR_COUNT_BEYOND_INPUT},
-      {"raw, whole records", 0, false, 76 + 830, 10, 83, TRDCOMP_OK},
-      {"raw, one byte short", 0, false, 76 + 829, 10, 83, TRDCOMP_ERROR_COUNT_BEYOND_INPUT},
-      {"raw, records of no size", 1, false, 76, 10, 0, TRDCOMP_OK},
-      {"raw, negative size", 1, false, 76 + 830, 10, -83, TRDCOMP_ERROR_NEGATIVE_SIZE},
-      {"negative count", 0, true, 76 + 40, -1, 83, TRDCOMP_ERROR_NEGATIVE_SIZE},
-      {"count past 32-bit lengths", 0, false, 76, 0x7FFFFFFF, 0, TRDCOMP_ERROR_TOO_LARGE},
+      // clang-format off
+      {"2008 packed, 4 bytes each", kRequest, 1002, 0, true, 76 + 40, 10, 83, TRDCOMP_OK, 83},
+      {"2008 packed, one short", kRequest, 1002, 0, true, 76 + 39, 10, 83, TRDCOMP_ERROR_COUNT_BEYOND_INPUT},
+      {"2011 packed, count and 2 bytes each", kRequest, 1002, 1, true, 76 + 22, 10, 83, TRDCOMP_OK, 83},
+      {"2011 packed, one short", kRequest, 1002, 1, true, 76 + 21, 10, 83, TRDCOMP_ERROR_COUNT_BEYOND_INPUT},
+      {"raw, whole records", kRequest, 1002, 0, false, 76 + 830, 10, 83, TRDCOMP_OK, 83},
+      {"raw, one byte short", kRequest, 1002, 0, false, 76 + 829, 10, 83, TRDCOMP_ERROR_COUNT_BEYOND_INPUT},
+      {"raw, records of no size", kRequest, 1002, 1, false, 76, 10, 0, TRDCOMP_OK, 83},
+      {"raw, negative size", kRequest, 1002, 1, false, 76 + 830, 10, -83, TRDCOMP_ERROR_NEGATIVE_SIZE},
+      {"negative count", kRequest, 1002, 0, true, 76 + 40, -1, 83, TRDCOMP_ERROR_NEGATIVE_SIZE},
+      {"count past 32-bit lengths", kRequest, 1002, 0, false, 76, 0x7FFFFFFF, 0, TRDCOMP_ERROR_TOO_LARGE},
+      {"1000 request, size 0", kRequest, 1000, 0, false, 120, 200000000, 0, TRDCOMP_OK, 1},
+      {"1000 request, negative size", kRequest, 1000, 0, false, 120, 200000000, -1233, TRDCOMP_ERROR_NEGATIVE_SIZE},
+      {"1102 answer, size 0", kAnswer, 1102, 0, false, 120, 200000000, 0, TRDCOMP_OK, 1},
+      {"1102 answer, negative size", kAnswer, 1102, 0, false, 120, 200000000, -1233, TRDCOMP_OK, 1},
+      // clang-format on
   };
   for (const Case& c : cases) {
-    const Bytes m =
-        claiming(Direction::Request, 1002, c.nibble, c.packed, c.count, c.senderSize, c.bytes);
-    const Outcome o = restore(Direction::Request, m);
+    const Outcome o =
+        restore(c.direction,
+                claiming(c.direction, c.number, c.nibble, c.packed, c.count, c.senderSize, c.bytes),
+                INT32_MAX);
     EXPECT_EQ(o.status, c.status) << c.name;
     if (c.status == TRDCOMP_OK) {
-      EXPECT_EQ(o.length, 76 + 83 * c.count) << c.name;
+      EXPECT_EQ(o.length, (c.direction == kRequest ? 76 : 96) + c.recordSize * c.count) << c.name;
+    }
+    if (c.senderSize <= 0) {
+      EXPECT_EQ(o.steps, 0) << c.name;
     }
   }
 }
