@@ -1,6 +1,6 @@
-"""The installed trdcomp binary on files and standard input and output: good input, every class
-of bad input, JSON round trips and diffs over every function number in both directions and
-codecs."""
+"""The installed trdcomp binary on files and standard input and output: every function number in
+both directions and codecs through pack, restore, inspect, explain and diff; good input, every
+class of bad input."""
 
 import json
 import re
@@ -36,12 +36,55 @@ def change_one_field(message_json):
     return None
 
 
+def inspected_value(message_json, item):
+    """The value inspect --json gives for an explained field of a record, or the marker
+    ABSENT when inspect leaves the group entry out (it lists entries up to the last nonzero)."""
+    if message_json["direction"] == "request":
+        record = message_json["records"][item["record"]]
+    else:
+        record = message_json["sections"][item["section"]]["records"][item["record"]]
+    value = record[str(item["fieldOffset"])]
+    if "groupEntry" not in item:
+        return value
+    if item["groupEntry"] >= len(value):
+        return ABSENT
+    return value[item["groupEntry"]][str(item["memberOffset"])]
+
+
+ABSENT = object()
+
+
+def explain_failures(run, message, inspected):
+    """What is wrong with explain --json of `message`: items that do not cover every byte once,
+    in order, with its bytes, or field values other than inspect's; and the fields explained."""
+    items = json.loads(ok(run("explain", "--json", "-", stdin=message)))
+    failures, at = [], 0
+    for item in items:
+        if item["offset"] != at or item["length"] <= 0:
+            return [("coverage", at, item)], []
+        if bytes.fromhex(item["hex"]) != message[at:at + item["length"]]:
+            failures.append(("hex", item))
+        at += item["length"]
+    if at != len(message):
+        failures.append(("ends at", at, len(message)))
+    fields = [i for i in items if i["what"] == "field" and "record" in i]
+    for item in fields:
+        value = inspected_value(inspected, item)
+        if value is ABSENT:
+            if item["value"] not in (0, "", 0.0):
+                failures.append(("entry inspect leaves out", item))
+        elif value != item["value"]:
+            failures.append(("value", item, value))
+    return failures, fields
+
+
 @pytest.mark.parametrize("direction", ["request", "answer"])
 @pytest.mark.parametrize("codec", ["2008", "2011"])
-def test_every_number_round_trips_and_diffs(run, samples, tmp_path, direction, codec):
+def test_every_number_through_every_subcommand(run, samples, tmp_path, direction, codec):
     """raw -> packed -> JSON -> packed gives the packed bytes again, and the JSON is the raw
     message's; diff finds a packed message equal to itself and to its raw form (exit 0, nothing
-    listed), and names exactly the field changed in its JSON (exit 1)."""
+    listed), and names exactly the field changed in its JSON (exit 1); explain covers every byte
+    of the packed and the raw message once, with inspect's values."""
     files = sorted(samples.glob(f"*-{direction}-{codec}.bin"))
     assert len(files) == 115
     failures = []
@@ -67,6 +110,13 @@ def test_every_number_round_trips_and_diffs(run, samples, tmp_path, direction, c
             assert "records" not in restored and "sections" not in restored
         elif restored != sent:
             failures.append((number, "records"))
+        for name, message in (("packed", packed.read_bytes()), ("raw", raw.read_bytes())):
+            found, fields = explain_failures(run, message, sent)
+            failures += [(number, name, *f) for f in found]
+            # A sample's records hold values: a packed one explains some of its fields.
+            if name == "packed" and carried and ("records" in sent or "sections" in sent) and \
+                    not fields:
+                failures.append((number, name, "no fields explained"))
         process = run("diff", "--json", packed, packed)
         if process.returncode != 0 or json.loads(process.stdout or b"{}") != {
                 "equal": True, "header": [], "counts": [], "fields": []}:
