@@ -22,14 +22,16 @@ std::size_t limitOf(std::uint8_t pick) {
   return std::size_t(pick - 0x7F) << 15;
 }
 
-// What every call promises: a buffer on success; on failure nothing, and the code repeated in
-// the error record.
-void check(int status, void* out, std::size_t outLen, const trdcomp_error& err) {
+// What every call promises: a buffer on success; on failure nothing, the code repeated in the
+// error record, and the fault's offset inside the `inLen` bytes given (or -1).
+void check(int status, void* out, std::size_t outLen, const trdcomp_error& err, std::size_t inLen) {
   if (status == TRDCOMP_OK) {
     if (!out) std::abort();
     return;
   }
-  if (out || outLen != 0 || err.code != status || status < 0) std::abort();
+  if (out || outLen != 0 || err.code != status || status < 0 || err.offset < -1 ||
+      err.offset > std::int64_t(inLen))
+    std::abort();
 }
 
 void explain(const std::uint8_t* message, std::size_t length, int direction, int flag,
@@ -73,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::size_t restoredLen = 0;
   int status =
       trdcomp_restore(message, length, direction, flag, limit, &restored, &restoredLen, &err);
-  check(status, restored, restoredLen, err);
+  check(status, restored, restoredLen, err, length);
   if (status == TRDCOMP_OK) {
     if (limit && restoredLen > limit) std::abort();
     void* repacked = nullptr;
@@ -82,13 +84,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // records but cannot be sent packed); what does pack is restored once more.
     status = trdcomp_pack(restored, restoredLen, direction, TRDCOMP_CODEC_HEADER, flag, &repacked,
                           &repackedLen, &err);
-    check(status, repacked, repackedLen, err);
+    check(status, repacked, repackedLen, err, restoredLen);
     if (status == TRDCOMP_OK) {
       void* again = nullptr;
       std::size_t againLen = 0;
       status =
           trdcomp_restore(repacked, repackedLen, direction, flag, limit, &again, &againLen, &err);
-      check(status, again, againLen, err);
+      check(status, again, againLen, err, repackedLen);
       trdcomp_release(again);
     }
     trdcomp_release(repacked);
@@ -99,14 +101,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     void* packed = nullptr;
     std::size_t packedLen = 0;
     status = trdcomp_pack(message, length, direction, codec, flag, &packed, &packedLen, &err);
-    check(status, packed, packedLen, err);
+    check(status, packed, packedLen, err, length);
     if (status == TRDCOMP_OK) {
       // What a pack makes is restored too. A caller's raw message is not held to everything a
       // restore checks, so only the promises of the call hold here, not its success.
       void* back = nullptr;
       std::size_t backLen = 0;
       status = trdcomp_restore(packed, packedLen, direction, flag, limit, &back, &backLen, &err);
-      check(status, back, backLen, err);
+      check(status, back, backLen, err, packedLen);
       trdcomp_release(back);
     }
     trdcomp_release(packed);

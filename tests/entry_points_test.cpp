@@ -1,7 +1,7 @@
 // The classic entry points on what the golden corpora do not reach (they freeze the packed and
 // restored bytes of every number's messages, raw messages of other record sizes and header
-// lengths, truncated answers): argument checks, crafted messages that are refused or restore
-// in their own way, and a decode cap that reads past its record.
+// lengths, truncated answers): argument checks, and crafted messages that are refused or restore
+// in their own way.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -52,29 +52,6 @@ TEST(EntryPoints, ArgumentChecks) {
 }
 
 TEST(EntryPoints, CraftedMessages) {
-  // Packed bodies of numbers that pass through, and the section-table bit on a request: refused
-  // with their reasons.
-  const auto reason = [](bool answer, Bytes in) {
-    char* out = nullptr;
-    int length = 0, why = -1;
-    char* p = reinterpret_cast<char*>(in.data());
-    const int n = static_cast<int>(in.size());
-    const int ok = answer ? CTrdCompData::RestoreAns2008Ex(p, n, &out, length, 0, -1, &why)
-                          : CTrdCompData::RestoreReq2008Ex(p, n, &out, length, 0, -1, &why);
-    CTrdCompData::ReleaseAnsData(out);
-    return ok ? -1 : why;
-  };
-  Bytes unknown = concat(headerBytes(requestHead(1022, 2, 5)), Bytes(10, 1));
-  putI32(unknown, 0, 76);
-  unknown[8] |= 1;
-  EXPECT_EQ(reason(false, unknown), TRDCOMP_ERROR_PACKED_UNKNOWN);
-  Bytes passThrough = packAnswer(answerProc(8999, {{2, 3}}), {Bytes(6, 1)});
-  passThrough[8] |= 1;
-  EXPECT_EQ(reason(true, passThrough), TRDCOMP_ERROR_PACKED_UNKNOWN);
-  Bytes sectionBit = packRequest(requestHead(1002, 0, 83), Bytes(83, 0));
-  sectionBit[8] |= 2;
-  EXPECT_EQ(reason(false, sectionBit), TRDCOMP_ERROR_SECTION_BIT);
-
   // 1001 packed with records (its packer sends the bare header): one zero byte each.
   Bytes headerOnly =
       concat(headerBytes(requestHead(1001, 3, 4)), hex("11 0 0 0 22 0 0 0 33 0 0 0"));
@@ -98,40 +75,6 @@ TEST(EntryPoints, CraftedMessages) {
   std::memcpy(s87.data(), "NAME", 4);
   r = restoreAnswer(packAnswer(answerProc(1010, {{1, 87}}), {s87}));
   EXPECT_EQ(hexOf(slice(r.bytes, 88)), hexOf(concat(hex("01 0 0 0 57 0 0 0"), s87)));
-}
-
-TEST(Requests, DecodeCapThirtySixRunsIntoTheNextRecordOrTheSlack) {
-  // Request 1071 ends in a char[28] text read with cap 36: up to 8 bytes past its record.
-  const std::string text = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcd";
-  Bytes body(2 * 271, 0);
-  for (int i = 0; i < 2; ++i) {
-    body[271 * i] = 'P';
-    std::memcpy(&body[271 * i + 243], text.data(), 27);
-  }
-  Bytes packed = packRequest(requestHead(1071, 2, 271), body);
-  // On the wire, lengthen each record's last text from 27 characters to all 40.
-  Bytes wire = slice(packed, 0, 76);
-  for (std::size_t pos = 76; pos < packed.size();) {
-    const std::size_t length = static_cast<std::size_t>(i32At(packed, pos));
-    ASSERT_EQ(packed[pos + 4 + length - 28], 27);
-    Bytes record = concat(concat(slice(packed, pos + 4, length - 28), hex("28 01")),
-                          Bytes(text.begin(), text.end()));
-    Bytes prefix(4);
-    putI32(prefix, 0, static_cast<std::int32_t>(record.size()));
-    wire = concat(concat(wire, prefix), record);
-    pos += 4 + length;
-  }
-  char* out = nullptr;
-  int length = 0;
-  ASSERT_EQ(CTrdCompData::RestoreReq2008(reinterpret_cast<char*>(wire.data()),
-                                         static_cast<int>(wire.size()), &out, length, 0),
-            1);
-  ASSERT_EQ(length, 76 + 2 * 271);
-  for (int i = 0; i < 2; ++i)
-    EXPECT_EQ(std::string(out + 76 + 271 * i + 243, 28), text.substr(0, 28));
-  EXPECT_EQ(out[76 + 271], 'P');                                // record 1 decoded over it
-  EXPECT_EQ(std::string(out + length, 8), text.substr(28, 8));  // the last one's, in the slack
-  CTrdCompData::ReleaseAnsData(out);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Self-check of the layout tables and the catalogue. The layouts are checked where they are
 // made, at compile time: every layout's fields tile its record, texts keep at least their width,
 // and the rotated mark says whether the encoding order leaves ascending offsets. At run time: the
-// catalogue's sizes are the layouts' sizes, and the exported routine lists match the catalogue.
+// exported routine lists match the catalogue.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -58,33 +58,6 @@ static_assert(firstUnsound(trdcomp::records::kRequestLayouts) ==
               trdcomp::records::kRequestLayouts.size());
 static_assert(firstUnsound(trdcomp::records::kAnswerLayouts) ==
               trdcomp::records::kAnswerLayouts.size());
-
-TEST(Layouts, CatalogueSizesAreTheLayoutSizes) {
-  using trdcomp::frame::AnswerForm;
-  using trdcomp::frame::RequestForm;
-  std::set<unsigned> multi2011;
-  for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e) {
-    SCOPED_TRACE("function " + std::to_string(e->number));
-    if (e->requestForm == RequestForm::Routine || e->requestForm == RequestForm::HeaderOnly) {
-      EXPECT_EQ(e->request[0]->size, e->requestSize);
-      EXPECT_EQ(e->request[1]->size, e->requestSize);
-    }
-    if (e->answerForm != AnswerForm::Routine) continue;
-    const auto& restored = *e->answerRestore[0];
-    for (int s = 0; s < 3; ++s) {
-      if (e->answerSizes[s] == 0) continue;
-      ASSERT_LT(s, restored.sectionCount);
-      EXPECT_EQ(restored.sections[s]->size, e->answerSizes[s]) << "section " << s;
-    }
-    // Answers whose routine differs between the directions still agree on the sections; the
-    // 2011 Fast codec carries no optional section.
-    for (int c = 0; c < 2; ++c) {
-      EXPECT_EQ(e->answerPack[c]->sectionCount, e->answerRestore[c]->sectionCount);
-      if (e->answerRestore[1]->multiSection()) multi2011.insert(e->number);
-    }
-  }
-  EXPECT_EQ(multi2011, (std::set<unsigned>{1001, 1002, 1023, 1079, 1083, 1115, 1202}));
-}
 
 TEST(Layouts, ExportedRoutineListsMatchTheCatalogue) {
   using trdcomp::frame::AnswerForm;

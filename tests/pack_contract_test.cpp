@@ -33,31 +33,15 @@ struct Packed {
   bool guardIntact = false;
 };
 
-Packed packRequestInto(tagREQ_HEAD head, Bytes body, std::size_t size, unsigned char fill = 0,
-                       char flag = 0) {
+// `pack(out, outSize, outLen, reason)` into an output of `size` bytes filled with `fill`. Bytes 8
+// to 19 of an answer header are the caller's: a reused buffer has them zeroed.
+template <class Pack>
+Packed packInto(Pack pack, std::size_t size, unsigned char fill, bool answer) {
   Output out(size, fill);
+  if (answer)
+    std::fill(out.bytes.begin() + 8, out.bytes.begin() + std::min<std::size_t>(20, size), 0);
   Packed p;
-  p.result = CTrdCompData::PackReq2008Ex(out.data(), static_cast<int>(size), p.length, &head,
-                                         reinterpret_cast<char*>(body.data()),
-                                         static_cast<int>(body.size()), flag, &p.reason);
-  p.guardIntact = out.guardIntact();
-  p.bytes.assign(out.bytes.begin(), out.bytes.begin() + std::max(p.length, 0));
-  return p;
-}
-
-Packed packAnswerInto(tagANS_Proc proc, std::vector<Bytes> sections, std::size_t size, int codecSel,
-                      unsigned char fill = 0, char flag = 0) {
-  Output out(size, fill);
-  // Bytes 8 to 19 of an answer header are the caller's: a reused buffer has them zeroed.
-  std::fill(out.bytes.begin() + 8, out.bytes.begin() + std::min<std::size_t>(20, size), 0);
-  sections.resize(5);
-  char* sec[5];
-  for (int i = 0; i < 5; ++i)
-    sec[i] = sections[i].empty() ? nullptr : reinterpret_cast<char*>(sections[i].data());
-  Packed p;
-  p.result =
-      CTrdCompData::PackAns2008Ex(out.data(), static_cast<int>(size), p.length, &proc, sec[0],
-                                  sec[1], sec[2], sec[3], sec[4], flag, codecSel, &p.reason);
+  p.result = pack(out.data(), static_cast<int>(size), p.length, &p.reason);
   p.guardIntact = out.guardIntact();
   p.bytes.assign(out.bytes.begin(), out.bytes.begin() + std::max(p.length, 0));
   return p;
@@ -72,10 +56,26 @@ void fillWorst(const trdcomp::records::Layout& layout, unsigned char* record, un
       putI32Raw(record + f.countOffset, 0x7FFFFFFF);
 }
 
+// Within the bound and the output; a reused (dirty) output of exactly the packed length takes
+// the same bytes (the 2011 block lengths are stored, not added to what the buffer holds); one
+// byte less is refused without a byte written past it.
+template <class Pack>
+void checkContract(Pack pack, long long bound, bool answer) {
+  const Packed p = packInto(pack, static_cast<std::size_t>(bound), 0, answer);
+  ASSERT_EQ(p.result, 1) << CTrdCompData::ErrorName(p.reason);
+  ASSERT_LE(p.length, bound);
+  ASSERT_TRUE(p.guardIntact);
+  ASSERT_EQ(packInto(pack, p.bytes.size(), 0xA7, answer).bytes, p.bytes);
+  if (p.length > (answer ? 96 : 76)) {
+    const Packed small = packInto(pack, p.bytes.size() - 1, 0, answer);
+    ASSERT_EQ(small.result, 0);
+    ASSERT_EQ(small.reason, TRDCOMP_ERROR_OUTPUT_TOO_SMALL);
+    ASSERT_TRUE(small.guardIntact);
+  }
+}
+
 TEST(PackContract, NeverBeyondTheBoundNorTheOutput) {
-  // Every number, both codecs, every flag, samples and worst-case records: the packed length
-  // stays within the bound; a reused output of exactly the packed length takes the same bytes;
-  // one byte less is refused without a byte written past it.
+  // Every number, both codecs, every flag, samples and worst-case records.
   for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end(); ++e) {
     for (int nibble : {0, 1}) {
       for (char flag : {0, 1, 2}) {
@@ -97,42 +97,24 @@ TEST(PackContract, NeverBeyondTheBoundNorTheOutput) {
               }
             }
           }
-          const long long requestBound =
-              CTrdCompData::PackReqBound(&request.head, static_cast<int>(request.body.size()));
-          const Packed r = packRequestInto(request.head, request.body,
-                                           static_cast<std::size_t>(requestBound), 0, flag);
-          ASSERT_EQ(r.result, 1) << CTrdCompData::ErrorName(r.reason);
-          ASSERT_LE(r.length, requestBound);
-          ASSERT_TRUE(r.guardIntact);
-          // A reused (dirty) output of exactly the packed length takes the same bytes: the 2011
-          // block lengths are stored, not added to what the buffer holds.
-          const Packed tight =
-              packRequestInto(request.head, request.body, r.bytes.size(), 0xA7, flag);
-          ASSERT_EQ(tight.bytes, r.bytes);
-          if (r.length > 76) {
-            const Packed small =
-                packRequestInto(request.head, request.body, r.bytes.size() - 1, 0, flag);
-            ASSERT_EQ(small.result, 0);
-            ASSERT_EQ(small.reason, TRDCOMP_ERROR_OUTPUT_TOO_SMALL);
-            ASSERT_TRUE(small.guardIntact);
-          }
-
-          const long long answerBound = CTrdCompData::PackAnsBound(&answer.proc, nibble << 4);
-          const Packed a =
-              packAnswerInto(answer.proc, answer.sections, static_cast<std::size_t>(answerBound),
-                             nibble << 4, 0, flag);
-          ASSERT_EQ(a.result, 1) << CTrdCompData::ErrorName(a.reason);
-          ASSERT_LE(a.length, answerBound);
-          ASSERT_TRUE(a.guardIntact);
-          const Packed reused =
-              packAnswerInto(answer.proc, answer.sections, a.bytes.size(), nibble << 4, 0xA7, flag);
-          ASSERT_EQ(reused.bytes, a.bytes);
-          if (a.length > 96) {
-            const Packed small = packAnswerInto(answer.proc, answer.sections, a.bytes.size() - 1,
-                                                nibble << 4, 0, flag);
-            ASSERT_EQ(small.reason, TRDCOMP_ERROR_OUTPUT_TOO_SMALL);
-            ASSERT_TRUE(small.guardIntact);
-          }
+          char* body = reinterpret_cast<char*>(request.body.data());
+          const int bodyLen = static_cast<int>(request.body.size());
+          checkContract(
+              [&](char* out, int size, int& length, int* reason) {
+                return CTrdCompData::PackReq2008Ex(out, size, length, &request.head, body, bodyLen,
+                                                   flag, reason);
+              },
+              CTrdCompData::PackReqBound(&request.head, bodyLen), false);
+          char* s[5];
+          for (int k = 0; k < 5; ++k)
+            s[k] = answer.sections[k].empty() ? nullptr
+                                              : reinterpret_cast<char*>(answer.sections[k].data());
+          checkContract(
+              [&](char* out, int size, int& length, int* reason) {
+                return CTrdCompData::PackAns2008Ex(out, size, length, &answer.proc, s[0], s[1],
+                                                   s[2], s[3], s[4], flag, nibble << 4, reason);
+              },
+              CTrdCompData::PackAnsBound(&answer.proc, nibble << 4), true);
         }
       }
     }
@@ -164,21 +146,22 @@ TEST(PackContract, BadArgumentsAreRefusedWithTheirReason) {
   };
   for (const RequestCase& c : requests) {
     tagREQ_HEAD head = requestHead(c.number, c.count, c.size);
-    Output out(static_cast<std::size_t>(c.outSize), 0);
-    int length = -1, reason = -1;
-    const int result = CTrdCompData::PackReq2008Ex(
-        out.data(), c.outSize, length, &head,
-        c.nullBody ? nullptr : reinterpret_cast<char*>(body.data()), c.bodyLen, 0, &reason);
-    EXPECT_EQ(reason, c.reason) << c.name;
-    EXPECT_EQ(result, c.reason == TRDCOMP_OK) << c.name;
-    EXPECT_EQ(length == 0, c.reason != TRDCOMP_OK) << c.name;
-    EXPECT_TRUE(out.guardIntact()) << c.name;
+    char* b = c.nullBody ? nullptr : reinterpret_cast<char*>(body.data());
+    const Packed p = packInto(
+        [&](char* out, int size, int& length, int* reason) {
+          return CTrdCompData::PackReq2008Ex(out, size, length, &head, b, c.bodyLen, 0, reason);
+        },
+        static_cast<std::size_t>(c.outSize), 0, false);
+    EXPECT_EQ(p.reason, c.reason) << c.name;
+    EXPECT_EQ(p.result, c.reason == TRDCOMP_OK) << c.name;
+    EXPECT_EQ(p.length == 0, c.reason != TRDCOMP_OK) << c.name;
+    EXPECT_TRUE(p.guardIntact) << c.name;
     // The classic entry point refuses the same calls (where the caller sized by the bound).
     if (c.outSize == 4096) {
+      Bytes out(4096);
       int classic = -1;
-      EXPECT_EQ(CTrdCompData::PackReq2008(
-                    out.data(), classic, &head,
-                    c.nullBody ? nullptr : reinterpret_cast<char*>(body.data()), c.bodyLen, 0),
+      EXPECT_EQ(CTrdCompData::PackReq2008(reinterpret_cast<char*>(out.data()), classic, &head, b,
+                                          c.bodyLen, 0),
                 c.reason == TRDCOMP_OK)
           << c.name;
     }
@@ -208,23 +191,25 @@ TEST(PackContract, BadArgumentsAreRefusedWithTheirReason) {
   for (const AnswerCase& c : answers) {
     tagANS_Proc proc = answerProc(c.number, {{c.count, c.size}});
     proc.sectionCount = c.sections;
-    Output out(static_cast<std::size_t>(c.outSize), 0);
-    int length = -1, reason = -1;
     char* sec = c.nullSection ? nullptr : reinterpret_cast<char*>(s0.data());
-    const int result =
-        CTrdCompData::PackAns2008Ex(out.data(), c.outSize, length, &proc, sec, nullptr, nullptr,
-                                    nullptr, nullptr, 0, 0, &reason);
-    EXPECT_EQ(reason, c.reason) << c.name;
-    EXPECT_EQ(result, c.reason == TRDCOMP_OK) << c.name;
-    EXPECT_TRUE(out.guardIntact()) << c.name;
     // The classic entry point tells the same by its length alone, and returns 0 either way.
-    Output classicOut(static_cast<std::size_t>(c.outSize), 0);
-    int classic = -1;
-    EXPECT_EQ(CTrdCompData::PackAns2008(classicOut.data(), c.outSize, classic, &proc, sec, nullptr,
-                                        nullptr, nullptr, nullptr, 0, 0),
-              0);
-    EXPECT_EQ(classic == 0, c.reason != TRDCOMP_OK) << c.name;
-    EXPECT_TRUE(classicOut.guardIntact()) << c.name;
+    for (bool classic : {false, true}) {
+      const Packed p = packInto(
+          [&](char* out, int size, int& length, int* reason) {
+            if (classic)
+              return CTrdCompData::PackAns2008(out, size, length, &proc, sec, nullptr, nullptr,
+                                               nullptr, nullptr, 0, 0);
+            return CTrdCompData::PackAns2008Ex(out, size, length, &proc, sec, nullptr, nullptr,
+                                               nullptr, nullptr, 0, 0, reason);
+          },
+          static_cast<std::size_t>(c.outSize), 0, true);
+      if (!classic) {
+        EXPECT_EQ(p.reason, c.reason) << c.name;
+      }
+      EXPECT_EQ(p.result, !classic && c.reason == TRDCOMP_OK) << c.name;
+      EXPECT_EQ(p.length == 0, c.reason != TRDCOMP_OK) << c.name;
+      EXPECT_TRUE(p.guardIntact) << c.name;
+    }
   }
   int length = -1;
   EXPECT_EQ(CTrdCompData::PackReqBound(nullptr, 0), -1);

@@ -46,36 +46,15 @@ def run(trdcomp_bin):
 
 @pytest.fixture(scope="session")
 def library(trdcomp_bin):
-    """The shared library installed beside the tool, through ctypes: restore(data, direction)
-    gives (status, restored bytes or None, warning count), as the C interface answers."""
-    import ctypes
+    """The Python module installed beside the tool: its restore_raw is the library's restore
+    (trdcomp_restore_ex), bytes and warnings."""
+    import sys
     from pathlib import Path
 
     prefix = Path(trdcomp_bin).resolve().parent.parent
-    found = sorted(prefix.glob("lib*/libtrdcomp.so*")) + sorted(prefix.glob("lib*/*/libtrdcomp.so*"))
+    found = sorted(prefix.glob("**/site-packages/trdcomp/__init__.py"))
     if not found:
-        pytest.exit(f"no libtrdcomp.so under {prefix}", returncode=2)
-    lib = ctypes.CDLL(str(found[0]))
-    size_t, void_p = ctypes.c_size_t, ctypes.c_void_p
-    lib.trdcomp_restore_ex.argtypes = [ctypes.c_char_p, size_t, ctypes.c_int, ctypes.c_int, size_t,
-                                       ctypes.POINTER(void_p), ctypes.POINTER(size_t), void_p,
-                                       size_t, ctypes.POINTER(size_t), void_p]
-    lib.trdcomp_release.argtypes = [void_p]
-    lib.trdcomp_release.restype = None
-
-    class Library:
-        REQUEST, ANSWER, DETECT = 0, 1, -1
-
-        @staticmethod
-        def restore(data, direction=-1, flag=0):
-            out, length, warnings = void_p(), size_t(), size_t()
-            status = lib.trdcomp_restore_ex(data, len(data), direction, flag, 0,
-                                            ctypes.byref(out), ctypes.byref(length), None, 0,
-                                            ctypes.byref(warnings), None)
-            if status:
-                return status, None, warnings.value
-            restored = ctypes.string_at(out, length.value)
-            lib.trdcomp_release(out)
-            return status, restored, warnings.value
-
-    return Library()
+        pytest.exit(f"no Python module under {prefix}", returncode=2)
+    sys.path.insert(0, str(found[0].parent.parent))
+    import trdcomp
+    return trdcomp

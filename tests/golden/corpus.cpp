@@ -1,8 +1,8 @@
 #include "corpus.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <initializer_list>
 
 #include "frame/catalogue.h"
 #include "primitives/bytes.h"
@@ -28,55 +28,25 @@ constexpr Variant kVariants[] = {{"n0f0", 0, 0}, {"n0f1", 0, 1}, {"n1f0", 1, 0},
 // 0 records; one (no previous record); three (the 2011 codec chains each to the one before).
 constexpr int kCounts[] = {0, 1, 3};
 
-std::string hex64(std::uint64_t v) {
-  static const char digits[] = "0123456789abcdef";
-  std::string s(16, '0');
-  for (int i = 15; i >= 0; --i, v >>= 4) s[static_cast<std::size_t>(i)] = digits[v & 15];
-  return s;
+// printf into a string (g++ 12 warns falsely on some string concatenations).
+template <class... Args>
+std::string format(const char* pattern, Args... args) {
+  char text[256];
+  std::snprintf(text, sizeof text, pattern, args...);
+  return text;
 }
 
-// Lines are built by appending words (g++ 12 warns falsely on some string concatenations).
-void word(std::string& s, const std::string& w) {
-  if (!s.empty()) s.push_back(' ');
-  s.append(w);
-}
-
-void summary(std::string& s, const Bytes& b) {
-  word(s, std::to_string(b.size()));
-  word(s, hex64(digest(b.data(), b.size())));
+std::string hex64(const Bytes& b) {
+  return format("%016llx", static_cast<unsigned long long>(digest(b.data(), b.size())));
 }
 
 std::string line(const std::string& name, const Bytes& input, const Bytes* packed,
                  const samples::Restored& r) {
   std::string s = name;
-  summary(s, input);
-  if (packed) {
-    summary(s, *packed);
-  } else {
-    word(s, "0");
-    word(s, "-");
-  }
-  word(s, std::to_string(r.result));
-  word(s, std::to_string(r.length));
-  word(s, r.null ? std::string("null") : hex64(digest(r.bytes.data(), r.bytes.size())));
-  return s;
-}
-
-// "kind.number.part.part"
-std::string name(const char* kind, std::uint32_t number, std::initializer_list<std::string> parts) {
-  std::string s(kind);
-  s.push_back('.');
-  s.append(std::to_string(number));
-  for (const std::string& part : parts) {
-    s.push_back('.');
-    s.append(part);
-  }
-  return s;
-}
-
-std::string numbered(char letter, int n) {
-  std::string s(1, letter);
-  s.append(std::to_string(n));
+  s.append(format(" %zu ", input.size())).append(hex64(input));
+  s.append(packed ? format(" %zu ", packed->size()).append(hex64(*packed)) : std::string(" 0 -"));
+  s.append(format(" %d %d ", r.result, r.length))
+      .append(r.null ? std::string("null") : hex64(r.bytes));
   return s;
 }
 
@@ -134,13 +104,13 @@ void packedMessages(std::uint32_t number, std::vector<std::string>& out) {
 
       const samples::Request q = samples::makeRequest(number, var.nibble, count, seed);
       const Bytes qPacked = samples::packRequest(q.head, q.body, var.flag);
-      out.push_back(line(name("req", number, {var.name, numbered('r', count)}), requestInput(q),
+      out.push_back(line(format("req.%u.%s.r%d", number, var.name, count), requestInput(q),
                          &qPacked, samples::restoreRequest(qPacked, var.flag)));
 
       const samples::Answer a = samples::makeAnswer(number, var.nibble != 0, count, seed);
       const Bytes aPacked = samples::packAnswer(a.proc, a.sections, var.flag, var.nibble << 4);
-      out.push_back(line(name("ans", number, {var.name, numbered('r', count)}), answerInput(a),
-                         &aPacked, samples::restoreAnswer(aPacked, var.flag)));
+      out.push_back(line(format("ans.%u.%s.r%d", number, var.name, count), answerInput(a), &aPacked,
+                         samples::restoreAnswer(aPacked, var.flag)));
     }
   }
 }
@@ -150,7 +120,6 @@ void packedMessages(std::uint32_t number, std::vector<std::string>& out) {
 // passes on raw.
 void rawRequests(const frame::Entry& e, int nibble, std::vector<std::string>& out) {
   const std::uint32_t size = requestSize(&e, nibble);
-  const std::string codec = numbered('n', nibble);
   const std::uint32_t seed = e.number * 100 + 50 + static_cast<std::uint32_t>(nibble);
   const samples::Request q = samples::makeRequest(e.number, nibble, 3, seed);
   const std::pair<const char*, std::uint32_t> senders[] = {{"small", std::max(1u, size * 2 / 3)},
@@ -163,21 +132,20 @@ void rawRequests(const frame::Entry& e, int nibble, std::vector<std::string>& ou
     append(message, head);
     const Bytes body = relay(q.body, size, senderSize);
     append(message, body);
-    out.push_back(line(name("rawreq", e.number, {codec, shape}), message, nullptr,
+    out.push_back(line(format("rawreq.%u.n%d.%s", e.number, nibble, shape), message, nullptr,
                        samples::restoreRequest(message)));
   }
 
   samples::Request shortBody = samples::makeRequest(e.number, nibble, 1, seed + 1);
   shortBody.body.resize(size > 1 ? size - 1 : 0);
   const Bytes packed = samples::packRequest(shortBody.head, shortBody.body);
-  out.push_back(line(name("shortreq", e.number, {codec}), requestInput(shortBody), &packed,
+  out.push_back(line(format("shortreq.%u.n%d", e.number, nibble), requestInput(shortBody), &packed,
                      samples::restoreRequest(packed)));
 }
 
 // Raw answers of three records per section from a sender whose record sizes differ from the
 // layouts': the header's count and size, or a section table when there are several sections.
 void rawAnswers(const frame::Entry& e, int nibble, std::vector<std::string>& out) {
-  const std::string codec = numbered('n', nibble);
   const std::uint32_t seed = e.number * 100 + 60 + static_cast<std::uint32_t>(nibble);
   const samples::Answer a = samples::makeAnswer(e.number, nibble != 0, 3, seed);
   const int sections = a.proc.sectionCount;
@@ -209,7 +177,7 @@ void rawAnswers(const frame::Entry& e, int nibble, std::vector<std::string>& out
           relay(a.sections[s], static_cast<std::size_t>(a.proc.recSize[s]), senderSizes[s]);
       append(message, records);
     }
-    out.push_back(line(name("rawans", e.number, {codec, shape}), message, nullptr,
+    out.push_back(line(format("rawans.%u.n%d.%s", e.number, nibble, shape), message, nullptr,
                        samples::restoreAnswer(message)));
   }
 }

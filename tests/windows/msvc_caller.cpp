@@ -3,11 +3,11 @@
 // trdcomp.lib, the import library made for MSVC's linker. No C++ runtime: it starts at
 // mainCRTStartup and uses a few functions of the system's msvcrt.dll.
 //
-// Run under Wine against the mingw-built DLL, it packs and restores requests in both codecs (into
-// a new buffer and into its own) and checks that the records come back. It also makes objects of
-// the classes as MSVC programs do (on the stack, as members, with new and delete, derived from the
-// helper and copied), with an operator new that allocates as MSVC's C runtime does: HeapAlloc on
-// the process heap.
+// Run under Wine against the mingw-built DLL, it makes objects of the classes as MSVC programs do
+// (on the stack, as members, with new and delete, derived from the helper and copied), with an
+// operator new that allocates as MSVC's C runtime does (HeapAlloc on the process heap), and packs
+// and restores requests through them in both codecs, into a new buffer and into its own, checking
+// that the records come back.
 #include "TrdCompData.h"
 
 using Size = decltype(sizeof 0);
@@ -76,39 +76,10 @@ bool same(const char* a, const char* b, int n) {
 char records[2][83];  // request 1002: three codes and three texts of 32, 24 and 24 bytes
 char packed[1024];
 
-void requests() {
+void fillRecords() {
   const char code[] = "600036", client[] = "client-7";
   for (int i = 0; code[i]; ++i) records[0][3 + i] = code[i];
   for (int i = 0; client[i]; ++i) records[1][35 + i] = client[i];
-  const char codecs[] = {0x00, 0x10};  // the 2008 codec, the 2011 Fast codec
-  for (char flags : codecs) {
-    tagREQ_HEAD head{};
-    head.funcNo = 1002;
-    head.flags = flags;
-    head.recCount = 2;
-    head.recSize = 83;
-    for (char& c : packed) c = 0;
-    int packedLen = 0;
-    CTrdCompData::PackReq2008(packed, packedLen, &head, records[0], sizeof records, 0);
-    check(packedLen > 76 && packedLen < 76 + static_cast<int>(sizeof records), "packed length");
-    char* restored = nullptr;
-    int restoredLen = 0;
-    check(CTrdCompData::RestoreReq2008(packed, packedLen, &restored, restoredLen, 0) == 1,
-          "restore refused");
-    check(restoredLen == 76 + static_cast<int>(sizeof records) && restored &&
-              same(restored + 76, records[0], sizeof records),
-          "records did not come back");
-    // The same bytes into a buffer of the announced size.
-    char into[76 + sizeof records];
-    int intoLen = 0, reason = -1;
-    check(CTrdCompData::RestoreReqLength(packed, packedLen) == static_cast<long long>(sizeof into),
-          "restored length");
-    check(CTrdCompData::RestoreReq2008Into(packed, packedLen, into, static_cast<int>(sizeof into),
-                                           intoLen, 0, &reason) == 1 &&
-              reason == 0 && intoLen == restoredLen && restored && same(into, restored, intoLen),
-          "restore into the caller's buffer");
-    CTrdCompData::ReleaseAnsData(restored);
-  }
 }
 
 // The first eight bytes of an object: its vtable pointer. Through a barrier, so that the
@@ -136,18 +107,27 @@ int busyBlocks() {
   return busy;
 }
 
-bool packsThrough(CTrdCompData& codec) {
+// A request of 1002 in the codec that `flags` names packs through `codec`, and its records come
+// back from the restore into a new buffer and into the caller's own of the announced size.
+bool packsThrough(CTrdCompData& codec, char flags = 0) {
   tagREQ_HEAD head{};
   head.funcNo = 1002;
+  head.flags = flags;
   head.recCount = 2;
   head.recSize = 83;
   int packedLen = 0;
   codec.PackReq2008(packed, packedLen, &head, records[0], sizeof records, 0);
   char* restored = nullptr;
-  int restoredLen = 0;
-  const bool ok = codec.RestoreReq2008(packed, packedLen, &restored, restoredLen, 0) == 1 &&
-                  restoredLen == 76 + static_cast<int>(sizeof records) &&
-                  same(restored + 76, records[0], sizeof records);
+  char into[76 + sizeof records];
+  int restoredLen = 0, intoLen = 0, reason = -1;
+  const bool ok =
+      codec.RestoreReq2008(packed, packedLen, &restored, restoredLen, 0) == 1 && restored &&
+      restoredLen == static_cast<int>(sizeof into) &&
+      same(restored + 76, records[0], sizeof records) &&
+      codec.RestoreReqLength(packed, packedLen) == static_cast<long long>(sizeof into) &&
+      codec.RestoreReq2008Into(packed, packedLen, into, static_cast<int>(sizeof into), intoLen, 0,
+                               &reason) == 1 &&
+      reason == 0 && intoLen == restoredLen && same(into, restored, intoLen);
   codec.ReleaseAnsData(restored);
   return ok;
 }
@@ -197,7 +177,8 @@ void objects() {
 
   // As programs use them.
   CTrdCompData codec;
-  check(vtableOf(&codec) == dataVtable && packsThrough(codec), "a codec on the stack");
+  check(vtableOf(&codec) == dataVtable && packsThrough(codec) && packsThrough(codec, 0x10),
+        "a codec on the stack, both codecs");
   // The copy members MSVC declares implicitly: imported from the DLL without optimisation;
   // inlined with it, and then, as MSVC does, with the caller's own copy of the vtable.
   CTrdCompData copied(codec);
@@ -232,7 +213,7 @@ void objects() {
 
 extern "C" int mainCRTStartup() {
   check(CTrdCompData::VersionNumber() == TRDCOMP_VERSION_NUMBER, "library version");
-  requests();
+  fillRecords();
   objects();
   printf("msvc caller: %s, %d failures\n", CTrdCompData::VersionString(), failures);
   fflush(nullptr);

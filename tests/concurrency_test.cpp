@@ -1,37 +1,17 @@
-// The realistic messages of the speed and size comparisons come back as sent, and threads get
-// the bytes one thread gets. (The golden corpora freeze the packed and restored bytes of sample
-// and crafted messages of every number.)
+// Nothing is shared between calls: threads that pack and restore the very same inputs at once
+// (the same caller records, the same packed bytes) get the bytes that one thread gets. The
+// thread-sanitizer build runs this with its race detector.
 #include <gtest/gtest.h>
 
 #include <thread>
 
 #include "frame/catalogue.h"
-#include "realistic.h"
+#include "samples.h"
 
 namespace {
 
 using namespace trdcomp::samples;
 
-// Every number's benchmark workload (a 10-record request, a 100-record answer) in both codecs.
-TEST(RealisticRoundTrip, EveryNumberComesBackAsSent) {
-  for (int nibble : {0, 1}) {
-    for (const trdcomp::frame::Entry* e = trdcomp::frame::begin(); e != trdcomp::frame::end();
-         ++e) {
-      const Request q = trdcomp::realistic::makeRequest(e->number, nibble, 10, e->number);
-      const Bytes packed = packRequest(q.head, q.body);
-      EXPECT_EQ(checkRequest(q, nibble, packed, restoreRequest(packed)), "")
-          << "request " << e->number << " nibble " << nibble;
-      const Answer a = trdcomp::realistic::makeAnswer(e->number, nibble != 0, 100, e->number);
-      const Bytes answer = packAnswer(a.proc, a.sections, 0, nibble << 4);
-      EXPECT_EQ(checkAnswer(a, nibble, answer, restoreAnswer(answer)), "")
-          << "answer " << e->number << " nibble " << nibble;
-    }
-  }
-}
-
-// Nothing is shared between calls: threads that pack and restore the very same inputs at once
-// (the same caller records, the same packed bytes) get the bytes that one thread gets. The
-// thread-sanitizer build runs this with its race detector.
 TEST(Concurrency, ThreadsGetTheBytesOneThreadGets) {
   struct Input {
     Answer answer;
