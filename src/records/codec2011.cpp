@@ -93,12 +93,12 @@ inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
 inline std::uint32_t lengthWithin(const u8* text, std::uint32_t width) {
 #if TRDCOMP_SSE2
   if (width >= 16) {
+    // The last chunk ends at the array's end; the bytes it shares with the one before hold no
+    // zero, so the first zero it finds is the text's end.
     for (std::uint32_t i = 0;; i += 16) {
       const std::uint32_t at = i + 16 <= width ? i : width - 16;
-      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
-      const unsigned ends =
-          static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())));
-      if (ends) return at + static_cast<std::uint32_t>(std::countr_zero(ends));
+      const std::int64_t n = compact::textEnd16(text + at);
+      if (n < 16) return at + static_cast<std::uint32_t>(n);
       if (at + 16 >= width) return width;
     }
   }
