@@ -28,10 +28,6 @@ struct Outcome {
   int length = 0;
   std::int64_t steps = 0;
   std::unique_ptr<char, Release> bytes;  // the restored message, when there is one
-
-  const unsigned char* at(std::size_t i) const {
-    return reinterpret_cast<const unsigned char*>(bytes.get()) + i;
-  }
 };
 
 // Restores `in` from a heap buffer of its exact size, counting the records visited.
@@ -64,7 +60,6 @@ struct Message {
   std::string name;
   Direction direction;
   int nibble;
-  std::uint32_t number;
   Bytes packed;
 };
 
@@ -79,7 +74,6 @@ std::vector<Message> everyMessage() {
         Message m{name + (answer ? " answer" : " request"),
                   answer ? Direction::Answer : Direction::Request,
                   nibble,
-                  e->number,
                   {}};
         for (int n = 2; n >= 1 && (m.packed.empty() || m.packed.size() > 8192); --n) {
           const auto q = trdcomp::samples::makeRequest(e->number, nibble, n, e->number);
@@ -94,29 +88,9 @@ std::vector<Message> everyMessage() {
   return out;
 }
 
-// Where the records of a packed single-section 2008 message restore, and how many of them lie
-// wholly inside the first `cut` bytes; 0 records when the message has another shape.
-struct RecordSpan {
-  std::size_t first = 0, size = 0, whole = 0;
-};
-RecordSpan wholeRecords(const Message& m, std::size_t cut) {
-  const trdcomp::frame::Entry* e = trdcomp::frame::find(m.number);
-  if (m.nibble != 0 || !e || !(m.packed[8] & 1) || (m.packed[8] & 2)) return {};
-  const trdcomp::records::Layout* layout = nullptr;
-  if (m.direction == Direction::Request && e->requestForm == trdcomp::frame::RequestForm::Routine)
-    layout = e->request[0];
-  if (m.direction == Direction::Answer && e->answerForm == trdcomp::frame::AnswerForm::Routine &&
-      !e->answerRestore[0]->multiSection())
-    layout = e->answerRestore[0]->sections[0];
-  if (!layout || layout->opaque) return {};
-  RecordSpan span{m.direction == Direction::Request ? 76u : 96u, layout->size, 0};
-  for (std::size_t pos = span.first; pos + 4 <= cut; ++span.whole) {
-    pos += 4 + static_cast<std::size_t>(i32At(m.packed, pos));
-    if (pos > cut) break;
-  }
-  return span;
-}
-
+// Every prefix is restored or refused with work that follows its bytes; a cut 2008 answer keeps
+// its count. (What a cut answer restores to is frozen by the adversarial corpus, cut in the
+// middle and one byte short, for every number and record shape.)
 TEST(HostileInput, EveryPrefixOfEveryMessage) {
   for (const Message& m : everyMessage()) {
     SCOPED_TRACE(m.name);
@@ -131,18 +105,9 @@ TEST(HostileInput, EveryPrefixOfEveryMessage) {
       const Outcome o = restore(m.direction, slice(m.packed, 0, cut));
       ASSERT_LE(o.steps, static_cast<std::int64_t>(cut)) << cut;
       if (o.status != TRDCOMP_OK) continue;
-      // A cut 2008 answer keeps its full count: the records past the end are zero.
       if (cut >= header && m.nibble == 0 && m.direction == Direction::Answer) {
         ASSERT_EQ(o.length, whole.length) << cut;
       }
-      // Records that lie wholly inside the cut restore as in the whole message; the ones
-      // never reached stay zero.
-      const RecordSpan span = wholeRecords(m, cut);
-      if (span.size == 0 || o.length != whole.length) continue;
-      const std::size_t done = span.first + span.whole * span.size;
-      ASSERT_EQ(std::memcmp(o.at(span.first), whole.at(span.first), done - span.first), 0) << cut;
-      for (std::size_t i = done + span.size; i < static_cast<std::size_t>(o.length); ++i)
-        ASSERT_EQ(*o.at(i), 0) << cut;
     }
   }
 }

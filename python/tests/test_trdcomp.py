@@ -183,20 +183,9 @@ def test_hostile_bytes_never_crash():
     assert restored > 0 and refused > 0
 
 
-def test_layouts_are_described():
-    shape = trdcomp.describe(1260, "request", 2008)
-    s = shape.sections[0]
-    group = next(f for f in s.fields if f.kind == KIND_GROUP)
-    assert (s.record_size, group.offset, group.repeat, group.stride, group.count_offset,
-            group.members) == (381, 149, 12, 18, 145, 3)
-    assert [m.group for m in s.members(group)] == [group.index] * 3
-    assert [m.kind for m in s.members(group)] == [KIND_CHAR, KIND_CHAR, KIND_SHORT_TEXT]
-    assert len(trdcomp.describe(1010, "answer", 2008).sections) == 2
-    assert len(trdcomp.describe(1010, "answer", 2011).sections) == 1
-    assert trdcomp.describe(8998, "request").form == FORM_PASS_THROUGH
-    blocks = [f for f in trdcomp.describe(8996, "answer").sections[0].fields]
-    assert [(f.offset, f.kind) for f in blocks][:2] == [(32768, KIND_INT32),
-                                                       (0, KIND_COUNTED_BLOCK)]
+def test_every_number_is_known():
+    # The walks below take their numbers from here; a wrong layout description fails them (a
+    # field's restored value against its explained one).
     assert len(trdcomp.functions()) == 115
 
 

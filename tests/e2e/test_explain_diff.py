@@ -155,15 +155,13 @@ def test_diff_names_a_group_member_by_entry(run, tmp_path):
 
 @pytest.mark.parametrize("a, b, words", [
     ("missing.bin", "sample", "cannot open"),
-    ("sample", "short", "truncated"),
-    ("sample", "unknown", "unknown function number"),
     ("sample", "bad json", "malformed JSON"),
     ("-", "-", "only one"),
-], ids=["missing file", "short", "unknown number", "bad json", "two stdins"])
+], ids=["missing file", "bad json", "two stdins"])
 def test_diff_bad_input_exits_2(run, samples, tmp_path, a, b, words):
-    sample = (samples / "1002-request-2008.bin").read_bytes()
-    files = {"sample": sample, "short": sample[:30],
-             "unknown": sample[:4] + struct.pack("<I", 4321) + sample[8:],
+    """Whatever the loader refuses (the bad-input table of test_cli.py has each fault) is exit 2
+    for diff, as is a second standard input."""
+    files = {"sample": (samples / "1002-request-2008.bin").read_bytes(),
              "bad json": b'{"direction": "request", '}
     paths = []
     for side in (a, b):
