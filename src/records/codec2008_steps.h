@@ -485,8 +485,19 @@ struct Decoder : DecodeState {
                                         ofKind<op(K)>(), base);
       return true;
     } else {
+      // Chars and numbers: their own few lines, not the whole field switch per field.
       if (pos >= available) return false;
-      decodeOne<kReads, kFill>(Fixed<op(K)>{}, in, pos, record, room, base, flag, spill);
+      u8* dst = record + base + op(K).offset;
+      if constexpr (op(K).kind == Kind::Char) {
+        if constexpr (kReads == Reads::Inside)
+          *dst = in.data()[pos++];
+        else
+          *dst = in.at(pos++);
+      } else if constexpr (kReads == Reads::Inside) {
+        decodeNumber<op(K).kind>(InsideBytes{{in.data()}}, pos, dst, flag);
+      } else {
+        decodeNumber<op(K).kind>(in, pos, dst, flag);
+      }
       return true;
     }
   }
@@ -577,8 +588,10 @@ struct Encoder : EncodeState<Record> {
 #endif
         if constexpr (bulky(op(K).kind) || std::is_same_v<Record, InView>)
       p = encodeShared<Record>(record, p, flag, ofKind<op(K)>(), base);
+    else if constexpr (op(K).kind == Kind::Char)
+      *p++ = record.at(base + op(K).offset);
     else
-      p += encodeField(Fixed<op(K)>{}, record, base, p, flag);
+      p += encodeNumber<op(K).kind>(record, base + op(K).offset, p, flag);
   }
 
   template <std::size_t K, std::size_t... M>
