@@ -415,20 +415,21 @@ struct Decoder : DecodeState {
   static constexpr FieldOp op(std::size_t k) { return L.ops[k]; }
   // Whether field k is decoded by another's step: a group member, or a char of a run that its
   // first char copies whole (unchecked reads only).
-  static constexpr bool follower(std::size_t k) {
+  static constexpr std::array<bool, L.fieldCount> kFollowers = [] {
+    std::array<bool, L.fieldCount> followers{};
     for (std::size_t i = 0; i < L.fieldCount;) {
-      if (i == k) return false;
       const FieldOp& f = L.ops[i];
+      std::size_t next = i + 1;
       if (f.kind == Kind::Group)
-        i += 1 + f.members;
+        next = i + 1 + f.members;
       else if (kReads == Reads::Inside && f.kind == Kind::Char && f.run > 1)
-        i += f.run;
-      else
-        ++i;
-      if (i > k) return true;
+        next = i + f.run;
+      for (std::size_t k = i + 1; k < next && k < L.fieldCount; ++k) followers[k] = true;
+      i = next;
     }
-    return true;
-  }
+    return followers;
+  }();
+  static constexpr bool follower(std::size_t k) { return kFollowers[k]; }
 
   // The bytes of a record that the decoding of top-level field i may write: a text up to its
   // cap, a group all its entries.
@@ -568,15 +569,19 @@ struct Encoder : EncodeState<Record> {
   // field, runs included.
   static constexpr bool kRuns = !std::is_same_v<Record, InView>;
   // Whether field k is encoded by another's step: a group member, or a later field of a run.
-  static constexpr bool follower(std::size_t k) {
+  static constexpr std::array<bool, L.fieldCount> kFollowers = [] {
+    std::array<bool, L.fieldCount> followers{};
     for (std::size_t i = 0; i < L.fieldCount;) {
-      if (i == k) return false;
       const FieldOp& f = L.ops[i];
-      i += f.kind == Kind::Group ? 1 + f.members : f.run > 1 && kRuns ? f.run : 1;
-      if (i > k) return true;
+      const std::size_t next = i + (f.kind == Kind::Group ? 1 + f.members
+                                    : f.run > 1 && kRuns  ? f.run
+                                                          : 1);
+      for (std::size_t k = i + 1; k < next && k < L.fieldCount; ++k) followers[k] = true;
+      i = next;
     }
-    return true;
-  }
+    return followers;
+  }();
+  static constexpr bool follower(std::size_t k) { return kFollowers[k]; }
 
   template <std::size_t K>
   TRDCOMP_INLINE void one(std::int64_t base) {
