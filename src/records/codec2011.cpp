@@ -47,9 +47,14 @@ constexpr void forEachField(const Layout& layout, Part part, Visit&& visit) {
   }
 }
 
+// The top bit of every zero byte of x, little end first; a flag above the first zero may be
+// false, so only the lowest one says where a zero is.
+constexpr std::uint64_t zeroBytes(std::uint64_t x) {
+  return (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+}
 // Whether any of the eight bytes of x is zero.
 constexpr bool hasZeroByte(std::uint64_t x) {
-  return (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+  return zeroBytes(x) != 0;
 }
 
 // Whether two texts of `width` bytes, both wholly readable from a and b, differ as terminated
@@ -70,6 +75,21 @@ inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
           differ | static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())));
       if (ends) return (differ >> std::countr_zero(ends)) & 1;
       if (at + 16 >= width) return -1;
+    }
+  }
+  if (width >= 8) {
+    // The same eight bytes at a time, for arrays of 8 to 15 bytes.
+    for (std::uint32_t i = 0;; i += 8) {
+      const std::uint32_t at = i + 8 <= width ? i : width - 8;
+      const __m128i x = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(a + at));
+      const __m128i y = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b + at));
+      const unsigned differ =
+          ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) & 0xFF;
+      const unsigned ends =
+          differ |
+          (static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128()))) & 0xFF);
+      if (ends) return (differ >> std::countr_zero(ends)) & 1;
+      if (at + 8 >= width) return -1;
     }
   }
 #endif
@@ -105,7 +125,8 @@ inline std::uint32_t lengthWithin(const u8* text, std::uint32_t width) {
 #endif
   std::uint32_t n = 0;
   for (; n + 8 <= width; n += 8)
-    if (hasZeroByte(loadU64(text + n))) break;
+    if (const std::uint64_t zeros = zeroBytes(loadU64(text + n)))
+      return n + static_cast<std::uint32_t>(std::countr_zero(zeros) / 8);
   while (n < width && text[n]) ++n;
   return n;
 }
