@@ -158,6 +158,19 @@ LayoutDecoder2008::LayoutDecoder2008(const Layout& layout) : layout_(&layout) {
   }
 }
 
+std::int64_t LayoutDecoder2008::nearEnd(const InView& in, std::int64_t available, u8* record,
+                                        std::int64_t room, char flag, Slot slot) const {
+  const std::int64_t padded = available + span_;
+  if (padded > kPadded) return decode2008(*layout_, in, available, record, room, flag, slot);
+  u8 copy[kPadded];
+  const std::int64_t held = std::min(in.size(), padded);
+  if (held > 0) std::memcpy(copy, in.data(), static_cast<std::size_t>(held));
+  std::memset(copy + held, 0, static_cast<std::size_t>(padded - held));
+  const std::int64_t reach = inside_(InView(copy, padded), available, record, room, flag);
+  if (reach >= 0) return reach;
+  return redoChecked(in, available, record, room, flag);
+}
+
 std::int64_t LayoutDecoder2008::redoChecked(const InView& in, std::int64_t available, u8* record,
                                             std::int64_t room, char flag) const {
   std::memset(record, 0, layout_->size);

@@ -46,15 +46,22 @@ class LayoutDecoder2008 {
   // As decode2008.
   std::int64_t decode(const InView& in, std::int64_t available, u8* record, std::int64_t room,
                       char flag, Slot slot) const {
-    if (inside_ && available >= 0 && in.size() - available >= span_) {
-      const std::int64_t reach = inside_(in, available, record, room, flag);
-      if (reach >= 0) return reach;
-      return redoChecked(in, available, record, room, flag);
+    if (inside_ && available >= 0) {
+      if (in.size() - available >= span_) {
+        const std::int64_t reach = inside_(in, available, record, room, flag);
+        if (reach >= 0) return reach;
+        return redoChecked(in, available, record, room, flag);
+      }
+      return nearEnd(in, available, record, room, flag, slot);
     }
     return decode2008(*layout_, in, available, record, room, flag, slot);
   }
 
  private:
+  // A record whose read span passes the end of the input (the last of a message, always): as
+  // decode2008, its bytes copied into a buffer padded with zeros first when the span fits one.
+  std::int64_t nearEnd(const InView& in, std::int64_t available, u8* record, std::int64_t room,
+                       char flag, Slot slot) const;
   // A filling decoding that ran out of input: the record cleared and decoded the checked way.
   std::int64_t redoChecked(const InView& in, std::int64_t available, u8* record, std::int64_t room,
                            char flag) const;
