@@ -1,16 +1,15 @@
-// The record codecs' fast paths against their reference paths, on the same bytes: the 2008
-// decoder's unchecked reads of records that lie inside their input, and the 2011 encoder and
-// decoder that walk a field table prepared at compile time. Every catalogue layout (and 2011
-// part): chains of realistic records, records of arbitrary bytes (unterminated texts, wild
-// counts, NaN prices), caller's records longer or cut short, blocks corrupted, cut and overrun,
-// previous records restored or arbitrary. The corpora freeze what these paths write for the
-// sample messages; differential_fuzzer drives them on arbitrary bytes.
+// The 2011 encoder and decoder walk a field table prepared at compile time; the reference paths
+// walk the layout field by field through checked reads. Both must write the same bytes: every
+// catalogue layout and part, chains of realistic records, records of arbitrary bytes
+// (unterminated texts, wild counts, NaN prices), caller's records longer or cut short, blocks
+// corrupted, cut and overrun, previous records restored or arbitrary. (The corpora freeze what
+// the fast paths of both codecs write for their messages, including the 2008 decoder's unchecked
+// reads; differential_fuzzer compares both codecs' paths on arbitrary bytes.)
 #include <gtest/gtest.h>
 
 #include <random>
 
 #include "primitives/bytes.h"
-#include "records/codec2008.h"
 #include "records/codec2011.h"
 #include "test_util.h"
 
@@ -36,58 +35,6 @@ Bytes randomBytes(std::size_t n, std::mt19937& rng, unsigned spread = 256) {
   Bytes b(n);
   for (auto& c : b) c = static_cast<unsigned char>(rng() % spread);
   return b;
-}
-
-// Decodes the 2008 record in the first `available` bytes of `in` both ways, into a zero slot and,
-// for a layout that fills its records, over whatever the slot held. Returns whether the
-// unchecked reads were taken.
-bool compare2008(const Layout& l, const Bytes& in, std::int64_t available, char flag) {
-  const InView view(in.data(), static_cast<std::int64_t>(in.size()));
-  const std::size_t room = l.reach + 64;
-  Bytes checked = slot(room);
-  const std::int64_t reach = trdcomp::records::decode2008Checked(
-      l, view, available, checked.data(), static_cast<std::int64_t>(room), flag);
-  for (const Slot s : {Slot::Zero, Slot::Any}) {
-    if (s == Slot::Any && !l.fills) continue;
-    Bytes fast = slot(room);
-    if (s == Slot::Any) std::fill(fast.begin(), fast.begin() + l.size, 0xA5);
-    EXPECT_EQ(trdcomp::records::decode2008(l, view, available, fast.data(),
-                                           static_cast<std::int64_t>(room), flag, s),
-              reach);
-    EXPECT_TRUE(fast == checked);
-  }
-  return trdcomp::records::insideForDecode2008(l, view, available);
-}
-
-TEST(FastPath, Decode2008GivesTheCheckedBytes) {
-  std::mt19937 rng(20261123);
-  int inside = 0;
-  for (const Layout* l : everyLayout()) {
-    for (char flag : {0, 1, 2}) {
-      SCOPED_TRACE(std::to_string(l->number) + " section " + std::to_string(l->section) + " flag " +
-                   std::to_string(int(flag)));
-      Bytes record(l->size);
-      trdcomp::samples::fillRecord(*l, record.data(), rng, false);
-      Bytes packed(static_cast<std::size_t>(trdcomp::records::maxEncoded2008(*l, l->size)));
-      packed.resize(trdcomp::records::encode2008(*l, InView(record.data(), record.size()),
-                                                 packed.data(), flag));
-      const std::int64_t n = static_cast<std::int64_t>(packed.size());
-      for (int variant = 0; variant < 12; ++variant) {
-        Bytes m = packed;
-        std::int64_t available = n;
-        if (variant > 0 && !m.empty())
-          for (int k = 0; k < 1 + variant % 3; ++k)
-            m[rng() % m.size()] = static_cast<unsigned char>(variant % 3 ? rng() : 0xFF);
-        if (variant % 4 == 3) available = static_cast<std::int64_t>(rng() % (n + 1));
-        if (variant % 5 == 4) available = n + static_cast<std::int64_t>(rng() % 64);
-        // The record last in its input (mostly the checked reads), and followed by as many bytes
-        // of the next record as the unchecked reads may need.
-        compare2008(*l, m, available, flag);
-        inside += compare2008(*l, concat(m, randomBytes(l->readSpan, rng)), available, flag);
-      }
-    }
-  }
-  EXPECT_GT(inside, 1000);
 }
 
 // Decodes the first `length` bytes of `in` as a 2011 block both ways; returns the reference's
