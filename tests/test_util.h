@@ -97,11 +97,6 @@ inline void putI32(Bytes& b, std::size_t at, std::int32_t v) {
     b[at + i] = static_cast<unsigned char>(static_cast<std::uint32_t>(v) >> (8 * i));
 }
 
-inline void putI32Raw(unsigned char* p, std::int32_t v) {
-  for (int i = 0; i < 4; ++i)
-    p[i] = static_cast<unsigned char>(static_cast<std::uint32_t>(v) >> (8 * i));
-}
-
 inline tagREQ_HEAD requestHead(std::uint32_t number, std::int32_t count, std::int32_t size,
                                char flags = 0) {
   tagREQ_HEAD h{};
