@@ -7,6 +7,7 @@
 // reads; differential_fuzzer compares both codecs' paths on arbitrary bytes.)
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "primitives/bytes.h"
@@ -39,8 +40,8 @@ Bytes randomBytes(std::size_t n, std::mt19937& rng, unsigned spread = 256) {
 
 // Decodes the first `length` bytes of `in` as a 2011 block both ways; returns the reference's
 // record (its guard dropped) after checking that the fast path wrote the same bytes and index.
-Bytes compare2011(const Layout& l, Part part, const Bytes& in, std::int64_t length,
-                  const Previous& previous) {
+Bytes compareDecodes(const Layout& l, Part part, const Bytes& in, std::int64_t length,
+                     const Previous& previous) {
   const InView view(in.data(), static_cast<std::int64_t>(in.size()));
   Bytes fast = slot(l.size), checked = slot(l.size);
   EXPECT_EQ(
@@ -125,11 +126,11 @@ TEST(FastPath2011, EncodeAndDecodeGiveTheReferenceBytes) {
           if (variant == 9) in.resize(rng() % (in.size() + 1));
           if (variant == 10) length = static_cast<std::int64_t>(rng() % (block.size() + 1));
           if (variant % 2 == 0) in = concat(in, randomBytes(40, rng));
-          compare2011(*l, part, in, length, Previous{i ? &priorView : nullptr, beforeIndex});
-          if (i) compare2011(*l, part, in, length, Previous{&arbitraryView, beforeIndex});
+          compareDecodes(*l, part, in, length, Previous{i ? &priorView : nullptr, beforeIndex});
+          if (i) compareDecodes(*l, part, in, length, Previous{&arbitraryView, beforeIndex});
         }
-        restored = compare2011(*l, part, block, static_cast<std::int64_t>(block.size()),
-                               Previous{i ? &priorView : nullptr, beforeIndex});
+        restored = compareDecodes(*l, part, block, static_cast<std::int64_t>(block.size()),
+                                  Previous{i ? &priorView : nullptr, beforeIndex});
         before = record;
         before.resize(std::max<std::size_t>(before.size(), l->size));
         beforeIndex = index;
