@@ -1,13 +1,19 @@
 // Feeds arbitrary bytes to the C interface, as a program that calls it through a foreign
-// function interface would. The first byte picks the direction (bits 0-1: detect, request,
-// answer, detect) and the 2008 codec flag (bit 2); the second the restore limit; the rest is the
-// message, explained, restored and packed with every codec choice; a restored message is packed
-// and restored again. Every call must keep its promises: a buffer on success, none on failure,
-// and an explanation that covers every byte of its input once, in order.
+// function interface would, and to the restores into the caller's buffer. The first byte picks
+// the direction (bits 0-1: detect, request, answer, detect) and the 2008 codec flag (bit 2); the
+// second the restore limit; the rest is the message, explained, restored and packed with every
+// codec choice; a restored message is packed and restored again. Every call must keep its
+// promises: a buffer on success, none on failure, and an explanation that covers every byte of
+// its input once, in order. The restores into the caller's buffer, and the lengths they
+// announce, must agree with the allocating restores of the same bytes, as requests and as
+// answers (restore_into_check.h). Seeds are real messages of every function number
+// (fuzz/make_seeds).
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 
+#include "../tests/restore_into_check.h"
 #include "trdcomp_c.h"
 
 namespace {
@@ -112,6 +118,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       trdcomp_release(back);
     }
     trdcomp_release(packed);
+  }
+  // Messages restored to more than 4 MiB are checked by their length only (the allocator refuses
+  // the largest under the fuzzer's limits).
+  for (bool answer : {false, true}) {
+    const std::string difference =
+        trdcomp::test::checkInto(answer, std::vector<unsigned char>(message, message + length),
+                                 static_cast<char>(flag), 1 << 22);
+    if (!difference.empty()) {
+      std::fprintf(stderr, "%s restore into the caller's buffer: %s\n",
+                   answer ? "answer" : "request", difference.c_str());
+      std::abort();
+    }
   }
   std::free(message);
   return 0;

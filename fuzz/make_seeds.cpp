@@ -1,6 +1,6 @@
 // Writes the fuzzers' seed corpora and dictionary: the sample messages of every function number,
 // packed in both codecs, in both directions, as each fuzzer reads its input.
-//   make_seeds DIR   writes DIR/restore/*, DIR/pack/*, DIR/capi/* and DIR/trdcomp.dict
+//   make_seeds DIR   writes DIR/pack/*, DIR/capi/* and DIR/trdcomp.dict
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -49,7 +49,6 @@ int main(int argc, char** argv) {
     return 2;
   }
   const fs::path dir = argv[1];
-  fs::create_directories(dir / "restore");
   fs::create_directories(dir / "pack");
   fs::create_directories(dir / "capi");
   std::ofstream dict(dir / "trdcomp.dict");
@@ -68,16 +67,9 @@ int main(int argc, char** argv) {
       for (int count : {1, 3}) {
         const auto request = trdcomp::samples::makeRequest(e->number, nibble, count, e->number);
         const auto answer = trdcomp::samples::makeAnswer(e->number, nibble, count, e->number);
-        // Restore seeds: the pick byte keeps the message's own number (bit 7), flag 0.
-        Bytes seed{0x80};
         const Bytes packedRequest = trdcomp::samples::packRequest(request.head, request.body);
-        seed.insert(seed.end(), packedRequest.begin(), packedRequest.end());
-        write(dir / "restore" / (name + "-request-" + std::to_string(count)), seed);
-        seed = {0x80};
         const Bytes packedAnswer =
             trdcomp::samples::packAnswer(answer.proc, answer.sections, 0, nibble << 4);
-        seed.insert(seed.end(), packedAnswer.begin(), packedAnswer.end());
-        write(dir / "restore" / (name + "-answer-" + std::to_string(count)), seed);
         // C interface seeds: the packed messages, and what restoring them gives.
         const std::string capi = (dir / "capi" / name).string() + "-" + std::to_string(count);
         writeCapi(capi + "-request", 1, packedRequest, false);

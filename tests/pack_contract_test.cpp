@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "frame/catalogue.h"
+#include "primitives/bytes.h"
 #include "test_util.h"
 
 using namespace trdcomp::test;
@@ -53,7 +54,7 @@ void fillWorst(const trdcomp::records::Layout& layout, unsigned char* record, un
   std::memset(record, byte, layout.size);
   for (const trdcomp::records::Field& f : layout)
     if (f.kind == trdcomp::records::Kind::Group || f.kind == trdcomp::records::Kind::CountedBlock)
-      putI32Raw(record + f.countOffset, 0x7FFFFFFF);
+      trdcomp::storeI32(record + f.countOffset, 0x7FFFFFFF);
 }
 
 // Within the bound and the output; a reused (dirty) output of exactly the packed length takes

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "records/answer_layouts.h"
-#include "records/layout.h"
 #include "records/request_layouts.h"
 #include "samples.h"
 
@@ -45,23 +44,6 @@ inline std::string hexOf(const Bytes& b) {
   return hexOf(b.data(), b.size());
 }
 
-// A layout parsed at run time from its notation and 2011 attributes, for tests of the record
-// codecs.
-struct TestLayout {
-  std::vector<records::Field> fields;
-  std::vector<records::FieldOp> ops;
-  records::Layout layout;
-  TestLayout(std::uint32_t size, std::string_view text, std::string_view attributes = {}) {
-    const records::LayoutRow row{0, 0, size, text, attributes};
-    fields.resize(records::detail::countFields(text));
-    std::size_t at = 0;
-    records::parseRow(row, fields.data(), [&](const records::Field& f) { fields[at++] = f; });
-    for (const records::Field& f : fields) ops.push_back(records::opOf(f));
-    layout = records::bindLayout(row, fields.data());
-    layout.ops = ops.data();
-  }
-};
-
 // Every layout of the catalogue that has a record codec.
 inline std::vector<const records::Layout*> everyLayout() {
   std::vector<const records::Layout*> out;
@@ -95,11 +77,6 @@ inline std::int32_t i32At(const Bytes& b, std::size_t at) {
 inline void putI32(Bytes& b, std::size_t at, std::int32_t v) {
   for (int i = 0; i < 4; ++i)
     b[at + i] = static_cast<unsigned char>(static_cast<std::uint32_t>(v) >> (8 * i));
-}
-
-inline void putI32Raw(unsigned char* p, std::int32_t v) {
-  for (int i = 0; i < 4; ++i)
-    p[i] = static_cast<unsigned char>(static_cast<std::uint32_t>(v) >> (8 * i));
 }
 
 inline tagREQ_HEAD requestHead(std::uint32_t number, std::int32_t count, std::int32_t size,
