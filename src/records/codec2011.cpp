@@ -57,41 +57,40 @@ constexpr bool hasZeroByte(std::uint64_t x) {
   return zeroBytes(x) != 0;
 }
 
+#if TRDCOMP_SSE2
+// textsDifferInside for arrays of kChunk bytes or more (16 or 8), kChunk bytes at a time, the
+// last chunk ending at the array's end: its bytes already compared hold neither a difference
+// nor a zero, so the first it finds is the first of the text.
+template <std::uint32_t kChunk>
+TRDCOMP_INLINE int textsDifferByChunks(const u8* a, const u8* b, std::uint32_t width) {
+  constexpr unsigned kBytes = (1u << kChunk) - 1;
+  const auto load = [](const u8* p) {
+    if constexpr (kChunk == 16)
+      return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    else
+      return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+  };
+  for (std::uint32_t i = 0;; i += kChunk) {
+    const std::uint32_t at = i + kChunk <= width ? i : width - kChunk;
+    const __m128i x = load(a + at), y = load(b + at);
+    const unsigned differ =
+        ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) & kBytes;
+    const unsigned ends =
+        differ |
+        (static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128()))) & kBytes);
+    if (ends) return (differ >> std::countr_zero(ends)) & 1;
+    if (at + kChunk >= width) return -1;
+  }
+}
+#endif
+
 // Whether two texts of `width` bytes, both wholly readable from a and b, differ as terminated
-// strings, eight bytes at a time: 1 or 0, or -1 when they are equal over the whole width and
-// neither ends there (the comparison goes on past the array).
+// strings: 1 or 0, or -1 when they are equal over the whole width and neither ends there (the
+// comparison goes on past the array).
 inline int textsDifferInside(const u8* a, const u8* b, std::uint32_t width) {
 #if TRDCOMP_SSE2
-  if (width >= 16) {
-    // 16 bytes at a time, the last chunk ending at the array's end: its bytes already compared
-    // hold neither a difference nor a zero, so the first it finds is the first of the text.
-    for (std::uint32_t i = 0;; i += 16) {
-      const std::uint32_t at = i + 16 <= width ? i : width - 16;
-      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + at));
-      const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + at));
-      const unsigned differ =
-          ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) & 0xFFFF;
-      const unsigned ends =
-          differ | static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())));
-      if (ends) return (differ >> std::countr_zero(ends)) & 1;
-      if (at + 16 >= width) return -1;
-    }
-  }
-  if (width >= 8) {
-    // The same eight bytes at a time, for arrays of 8 to 15 bytes.
-    for (std::uint32_t i = 0;; i += 8) {
-      const std::uint32_t at = i + 8 <= width ? i : width - 8;
-      const __m128i x = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(a + at));
-      const __m128i y = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b + at));
-      const unsigned differ =
-          ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) & 0xFF;
-      const unsigned ends =
-          differ |
-          (static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128()))) & 0xFF);
-      if (ends) return (differ >> std::countr_zero(ends)) & 1;
-      if (at + 8 >= width) return -1;
-    }
-  }
+  if (width >= 16) return textsDifferByChunks<16>(a, b, width);
+  if (width >= 8) return textsDifferByChunks<8>(a, b, width);
 #endif
   std::uint32_t i = 0;
   for (; i + 8 <= width; i += 8) {
