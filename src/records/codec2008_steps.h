@@ -268,15 +268,6 @@ TRDCOMP_INLINE void decodeOne(const F& f, const InView& in, std::int64_t& pos, u
 // with this instead of the reach: the caller zeroes the record and decodes it the checked way.
 constexpr std::int64_t kUnfilled = -1;
 
-// A field known when the library is built: the same descriptor, its members constants, so that
-// the field functions above fold into straight code for it.
-template <FieldOp Op>
-struct Fixed {
-  static constexpr std::uint16_t offset = Op.offset, width = Op.width, cap = Op.cap;
-  static constexpr Kind kind = Op.kind;
-  static constexpr std::uint16_t countOffset = Op.countOffset;
-};
-
 // A text or block field: its kind known when the library is built, its place and width at run
 // time. Such fields take one shared routine per kind and way of reading, so that the code of a
 // layout stays small; the rest are folded into straight code.
