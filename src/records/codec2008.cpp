@@ -83,9 +83,24 @@ std::int64_t decodeChecked(const Layout& layout, const InView& in, std::int64_t 
 // byte past the input reads as zero) but without a check per field.
 constexpr std::int64_t kPadded = 2048;
 
-// decodeCompiled's answer for a record it leaves to the checked reads.
+// The answer of decodePadded and decodeCompiled for a record they leave to the checked reads.
 constexpr std::int64_t kNotCompiled = -2;
 static_assert(kNotCompiled != kUnfilled);
+
+// A record near the end of its input by the compiled decoding `inside`, from a copy padded with
+// zeros of its read span (`span` bytes past its last field's start); kNotCompiled when that
+// passes the pad. A filling decoding that stops early gives kUnfilled.
+TRDCOMP_INLINE std::int64_t decodePadded(CompiledDecode2008 inside, std::int64_t span,
+                                         const InView& in, std::int64_t available, u8* record,
+                                         std::int64_t room, char flag) {
+  const std::int64_t padded = available + span;
+  if (available < 0 || padded > kPadded) return kNotCompiled;
+  u8 copy[kPadded];
+  const std::int64_t held = std::min(in.size(), padded);
+  if (held > 0) std::memcpy(copy, in.data(), static_cast<std::size_t>(held));
+  std::memset(copy + held, 0, static_cast<std::size_t>(padded - held));
+  return inside(InView(copy, padded), available, record, room, flag);
+}
 
 // One record by its compiled codec: unchecked while the record and its read span lie inside the
 // input; near the end, from a copy padded with zeros; far from any pad, through the checked
@@ -94,14 +109,7 @@ static_assert(kNotCompiled != kUnfilled);
 std::int64_t decodeCompiled(const Codec& c, const Layout& l, const InView& in,
                             std::int64_t available, u8* record, std::int64_t room, char flag) {
   if (insideForDecode2008(l, in, available)) return c.inside(in, available, record, room, flag);
-  if (available >= 0 && available + l.readSpan <= kPadded) {
-    u8 padded[kPadded];
-    const std::int64_t held = std::min<std::int64_t>(in.size(), available + l.readSpan);
-    in.copyAvailable(padded, 0, held);
-    std::memset(padded + held, 0, static_cast<std::size_t>(available + l.readSpan - held));
-    return c.inside(InView(padded, available + l.readSpan), available, record, room, flag);
-  }
-  return kNotCompiled;
+  return decodePadded(c.inside, l.readSpan, in, available, record, room, flag);
 }
 
 // The compiled codec of a catalogue layout; null for a layout built elsewhere.
@@ -160,15 +168,12 @@ LayoutDecoder2008::LayoutDecoder2008(const Layout& layout) : layout_(&layout) {
 
 std::int64_t LayoutDecoder2008::nearEnd(const InView& in, std::int64_t available, u8* record,
                                         std::int64_t room, char flag, Slot slot) const {
-  const std::int64_t padded = available + span_;
-  if (padded > kPadded) return decode2008(*layout_, in, available, record, room, flag, slot);
-  u8 copy[kPadded];
-  const std::int64_t held = std::min(in.size(), padded);
-  if (held > 0) std::memcpy(copy, in.data(), static_cast<std::size_t>(held));
-  std::memset(copy + held, 0, static_cast<std::size_t>(padded - held));
-  const std::int64_t reach = inside_(InView(copy, padded), available, record, room, flag);
+  const std::int64_t reach = decodePadded(inside_, span_, in, available, record, room, flag);
   if (reach >= 0) return reach;
-  return redoChecked(in, available, record, room, flag);
+  if (reach == kUnfilled) return redoChecked(in, available, record, room, flag);
+  // Past the pad: as decode2008, the checked reads over a slot cleared unless zero already.
+  if (slot == Slot::Any) std::memset(record, 0, layout_->size);
+  return decodeChecked(*layout_, in, available, record, room, flag);
 }
 
 std::int64_t LayoutDecoder2008::redoChecked(const InView& in, std::int64_t available, u8* record,
