@@ -50,8 +50,10 @@ inline int writeInt(u8* out, std::int32_t value) {
   return 4;
 }
 
+// Inline wherever it is read: out of line, `pos` would go through memory on every field, and
+// the next field's place waits for it.
 template <class In>
-std::int32_t readInt(const In& in, std::int64_t& pos) {
+TRDCOMP_INLINE std::int32_t readInt(const In& in, std::int64_t& pos) {
   if constexpr (requires { In::kWordLoads; }) {
     // One load, the bytes the length code names kept.
     const std::uint32_t w = loadU32(in.ptr(pos));
@@ -99,7 +101,7 @@ inline int writeInt64(u8* out, std::int64_t value) {
 }
 
 template <class In>
-std::int64_t readInt64(const In& in, std::int64_t& pos) {
+TRDCOMP_INLINE std::int64_t readInt64(const In& in, std::int64_t& pos) {
   if constexpr (requires { In::kWordLoads; }) {
     const std::uint64_t w = loadU64(in.ptr(pos));
     const unsigned rest = static_cast<unsigned>((w >> 4) & 7);  // bytes after the first
