@@ -15,88 +15,87 @@ using trdcomp::Status;
 using trdcomp::u8;
 using trdcomp::frame::find;
 
-const trdcomp::records::Layout& request(unsigned number, int codec) {
-  return *find(number)->request[codec];
-}
-const trdcomp::records::AnswerLayout& packing(unsigned number, int codec) {
-  return *find(number)->answerPack[codec];
-}
-const trdcomp::records::AnswerLayout& restoring(unsigned number, int codec) {
-  return *find(number)->answerRestore[codec];
-}
+using trdcomp::framing::CodecOps;
+using trdcomp::framing::Params;
 
-// The caller's output from its start, `outLen` bytes written, no size given.
-OutBuffer outputOf(char* out, int outLen) {
-  return OutBuffer(reinterpret_cast<u8*>(out), outLen, INT32_MAX);
-}
+// One routine of each kind serves every number: the exported ones below only name their number,
+// codec and flags, so that the some 460 of them cost a call each in code and build time.
 
-// 1 and the new length when the routine packed, 0 and the length unchanged when it refused.
-int packed(Status s, const OutBuffer& buffer, int& outLen) {
+[[gnu::noinline]] int packRequest(const CodecOps& codec, unsigned number, char* out, int& outLen,
+                                  char* body, int bodyLen, const Params& params) {
+  // The caller's output from its start, `outLen` bytes written, no size given.
+  OutBuffer buffer(reinterpret_cast<u8*>(out), outLen, INT32_MAX);
+  const Status s =
+      codec.packRequest(*find(number)->request[codec.index], buffer, body, bodyLen, params);
+  // 1 and the new length when the routine packed, 0 and the length unchanged when it refused.
   if (s != TRDCOMP_OK) return 0;
   outLen = static_cast<int>(buffer.length());
   return 1;
 }
 
-int restored(Status s) {
-  return s == TRDCOMP_OK ? 1 : 0;
+[[gnu::noinline]] int restoreRequest(const CodecOps& codec, unsigned number, char* in, int inLen,
+                                     char** out, int& outLen, const Params& params) {
+  return codec.restoreRequest(*find(number)->request[codec.index], InView(in, inLen), out, outLen,
+                              params, {}) == TRDCOMP_OK;
+}
+
+[[gnu::noinline]] int packAnswer(const CodecOps& codec, unsigned number, char* out, int& outLen,
+                                 const tagANS_Proc* proc, char* s0, char* s1, char* s2, char* s3,
+                                 char* s4, const Params& params) {
+  if (!proc) return 0;
+  char* const sections[5] = {s0, s1, s2, s3, s4};
+  OutBuffer buffer(reinterpret_cast<u8*>(out), outLen, INT32_MAX);
+  const Status s =
+      codec.packAnswer(*find(number)->answerPack[codec.index], buffer, *proc, sections, params);
+  if (s != TRDCOMP_OK) return 0;
+  outLen = static_cast<int>(buffer.length());
+  return 1;
+}
+
+[[gnu::noinline]] int restoreAnswer(const CodecOps& codec, unsigned number, char* in, int inLen,
+                                    char** out, int& outLen, const Params& params) {
+  return codec.restoreAnswer(*find(number)->answerRestore[codec.index], InView(in, inLen), out,
+                             outLen, params, {}) == TRDCOMP_OK;
 }
 
 }  // namespace
 
 using trdcomp::framing::kCodec2008;
 using trdcomp::framing::kCodec2011;
-using trdcomp::framing::Params;
 using trdcomp::framing::Slots;
 
 #define TRDCOMP_DEFINE_REQUEST_ROUTINES(n)                                                        \
   int CTrdCompData::PackReq2008_##n(char* out, int& outLen, char* body, int bodyLen, char flag) { \
-    OutBuffer buffer = outputOf(out, outLen);                                                     \
-    return packed(kCodec2008.packRequest(request(n, 0), buffer, body, bodyLen, Params{flag}),     \
-                  buffer, outLen);                                                                \
+    return packRequest(kCodec2008, n, out, outLen, body, bodyLen, Params{flag});                  \
   }                                                                                               \
   int CTrdCompData::RestoreReq2008_##n(char* in, int inLen, char** out, int& outLen, char flag) { \
-    return restored(kCodec2008.restoreRequest(request(n, 0), InView(in, inLen), out, outLen,      \
-                                              Params{flag}, {}));                                 \
+    return restoreRequest(kCodec2008, n, in, inLen, out, outLen, Params{flag});                   \
   }                                                                                               \
   int CTrdCompData::PackReq2011_Fast_##n(char* out, int& outLen, char* body, int bodyLen,         \
                                          int nibble) {                                            \
-    OutBuffer buffer = outputOf(out, outLen);                                                     \
-    return packed(kCodec2011.packRequest(request(n, 1), buffer, body, bodyLen,                    \
-                                         Params{0, nibble, Slots::Add}),                          \
-                  buffer, outLen);                                                                \
+    return packRequest(kCodec2011, n, out, outLen, body, bodyLen, Params{0, nibble, Slots::Add}); \
   }                                                                                               \
   int CTrdCompData::RestoreReq2011_Fast_##n(char* in, int inLen, char** out, int& outLen,         \
                                             int nibble) {                                         \
-    return restored(kCodec2011.restoreRequest(request(n, 1), InView(in, inLen), out, outLen,      \
-                                              Params{0, nibble}, {}));                            \
+    return restoreRequest(kCodec2011, n, in, inLen, out, outLen, Params{0, nibble});              \
   }
 
 #define TRDCOMP_DEFINE_ANSWER_ROUTINES(n)                                                          \
   int CTrdCompData::PackAns2008_##n(char* out, int& outLen, tagANS_Proc* proc, char* s0, char* s1, \
                                     char* s2, char* s3, char* s4, char flag) {                     \
-    if (!proc) return 0;                                                                           \
-    char* const sections[5] = {s0, s1, s2, s3, s4};                                                \
-    OutBuffer buffer = outputOf(out, outLen);                                                      \
-    return packed(kCodec2008.packAnswer(packing(n, 0), buffer, *proc, sections, Params{flag}),     \
-                  buffer, outLen);                                                                 \
+    return packAnswer(kCodec2008, n, out, outLen, proc, s0, s1, s2, s3, s4, Params{flag});         \
   }                                                                                                \
   int CTrdCompData::RestoreAns2008_##n(char* in, int inLen, char** out, int& outLen, char flag) {  \
-    return restored(kCodec2008.restoreAnswer(restoring(n, 0), InView(in, inLen), out, outLen,      \
-                                             Params{flag}, {}));                                   \
+    return restoreAnswer(kCodec2008, n, in, inLen, out, outLen, Params{flag});                     \
   }                                                                                                \
   int CTrdCompData::PackAns2011_Fast_##n(char* out, int& outLen, tagANS_Proc* proc, char* s0,      \
                                          char* s1, char* s2, char* s3, char* s4, int nibble) {     \
-    if (!proc) return 0;                                                                           \
-    char* const sections[5] = {s0, s1, s2, s3, s4};                                                \
-    OutBuffer buffer = outputOf(out, outLen);                                                      \
-    return packed(kCodec2011.packAnswer(packing(n, 1), buffer, *proc, sections,                    \
-                                        Params{0, nibble, Slots::Add}),                            \
-                  buffer, outLen);                                                                 \
+    return packAnswer(kCodec2011, n, out, outLen, proc, s0, s1, s2, s3, s4,                        \
+                      Params{0, nibble, Slots::Add});                                              \
   }                                                                                                \
   int CTrdCompData::RestoreAns2011_Fast_##n(char* in, int inLen, char** out, int& outLen,          \
                                             int nibble) {                                          \
-    return restored(kCodec2011.restoreAnswer(restoring(n, 1), InView(in, inLen), out, outLen,      \
-                                             Params{0, nibble}, {}));                              \
+    return restoreAnswer(kCodec2011, n, in, inLen, out, outLen, Params{0, nibble});                \
   }
 
 TRDCOMP_REQUEST_ROUTINES(TRDCOMP_DEFINE_REQUEST_ROUTINES)
