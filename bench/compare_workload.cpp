@@ -8,7 +8,11 @@
 #include <cstring>
 
 #include "TrdCompData.h"
+#include "frame/catalogue.h"
+#include "framing/walker.h"
 #include "realistic.h"
+#include "records/codec2008.h"
+#include "records/codec2011.h"
 
 namespace trdcomp::compare {
 namespace {
@@ -47,6 +51,59 @@ int packTo(Message& m, unsigned char* out, int room) {
   return length;
 }
 
+// The record of a 1-record request by its codec's record decoder, into `record` (zero).
+std::int64_t decodeRecord(const Message& m, Bytes& record) {
+  const InView in(m.padded.data() + m.recordAt,
+                  static_cast<std::int64_t>(m.padded.size()) - m.recordAt);
+  const auto room = static_cast<std::int64_t>(record.size());
+  if (m.codec == 0)
+    return records::decode2008(*m.layout, in, m.recordLength, record.data(), room, 0,
+                               records::Slot::Zero);
+  return records::decode2011(*m.layout, records::Part::Whole, in, m.recordLength, record.data(),
+                             room, records::Previous{});
+}
+
+// The first record the frame walker finds in a message.
+struct FirstRecord {
+  static constexpr bool kItems = false;
+  static constexpr bool kNotes = false;
+  framing::Place place{};
+  bool found = false;
+  void item(const framing::FrameItem&) {}
+  void note(const framing::FrameNote&) {}
+  Status dictionary(int, std::int64_t, std::int64_t) { return TRDCOMP_OK; }
+  Status record(const framing::Place& p) {
+    if (!found) place = p, found = true;
+    return TRDCOMP_OK;
+  }
+};
+
+// Room behind the packed message, so that its record lies well inside the input.
+constexpr std::size_t kPadding = 4096;
+
+void findRecord(Message& m) {
+  const frame::Entry* e = frame::find(m.number);
+  const records::Layout* layout = e ? e->request[m.codec] : nullptr;
+  if (!layout) return;
+  const InView in(m.packed.data(), static_cast<std::int64_t>(m.packed.size()));
+  FirstRecord first;
+  if (framing::walkRequest(framing::requestFrame(*layout, in), in, first) != TRDCOMP_OK ||
+      !first.found)
+    refuse(m, "the frame walker finds no record");
+  m.layout = layout;
+  m.recordAt = first.place.from;
+  m.recordLength = first.place.length;
+  m.padded = m.packed;
+  m.padded.resize(m.packed.size() + kPadding, 0);
+  // The record decoded alone is the record the restore gives.
+  Bytes record(static_cast<std::size_t>(layout->size) + kPadding);
+  decodeRecord(m, record);
+  const auto at = m.raw.begin() + 76;
+  if (m.raw.size() < 76 + static_cast<std::size_t>(layout->size) ||
+      !std::equal(at, at + layout->size, record.begin()))
+    refuse(m, "its record decoded alone differs from the restored one");
+}
+
 }  // namespace
 
 const char* opName(Op op) {
@@ -61,6 +118,7 @@ const char* opName(Op op) {
     case Op::MallocMemcpyFree: return "malloc_memcpy_free";
     case Op::MallocSlackFree: return "malloc_slack_free";
     case Op::RestoreInto: return "restore_into";
+    case Op::Fields: return "fields";
   }
   return "?";
 }
@@ -121,6 +179,7 @@ Message makeMessage(std::uint32_t number, int codec, bool isAnswer, int records)
   const std::size_t z = ZSTD_compress(m.zstd.data(), m.zstd.size(), m.raw.data(), m.raw.size(), 1);
   if (ZSTD_isError(z)) refuse(m, ZSTD_getErrorName(z));
   m.zstd.resize(z);
+  if (!isAnswer && records == 1) findRecord(m);
 
   Bytes back(m.raw.size());
   if (m.lz4.empty() ||
@@ -140,6 +199,7 @@ Worker::Worker(Message& m)
                      static_cast<std::size_t>(LZ4_compressBound(static_cast<int>(m.raw.size()))),
                      ZSTD_compressBound(m.raw.size())}),
            0),
+      record_(m.layout ? static_cast<std::size_t>(m.layout->size) + kPadding : 0),
       cctx_(nullptr),
       dctx_(nullptr) {}
 
@@ -218,6 +278,10 @@ void Worker::allocateSlackFree(const Message& m) {
   }
   benchmark::DoNotOptimize(p);
   std::free(p);
+}
+
+std::int64_t Worker::decodeFields(const Message& m) {
+  return decodeRecord(m, record_);
 }
 
 }  // namespace trdcomp::compare

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "records/layout.h"
 #include "samples.h"
 
 namespace trdcomp::compare {
@@ -28,7 +29,8 @@ enum class Op {
   Memcpy,
   MallocMemcpyFree,
   MallocSlackFree,  // the restored buffer's own cost: malloc, copy, zeroed slack, free
-  RestoreInto       // trdcomp into the caller's buffer, nothing allocated
+  RestoreInto,      // trdcomp into the caller's buffer, nothing allocated
+  Fields            // a 1-record request: its record's decoding alone, no header or frame
 };
 const char* opName(Op op);
 
@@ -45,6 +47,12 @@ struct Message {
   Bytes raw;     // the raw message: header and records as the restore side hands them over
   Bytes lz4;     // raw, LZ4_compress_default
   Bytes zstd;    // raw, zstd level 1
+  // A 1-record request's record for Op::Fields: its layout, and the packed message followed by
+  // zeros, so that the record is decoded as one well inside its input (offset and length as
+  // the frame walker finds them).
+  const records::Layout* layout = nullptr;
+  Bytes padded;
+  std::int64_t recordAt = 0, recordLength = 0;
 
   const char* codecName() const { return codec ? "2011" : "2008"; }
   const char* kind() const { return isAnswer ? "answer" : "request"; }
@@ -80,10 +88,14 @@ class Worker {
   // What every restore of the message must do whatever its codec: allocate the restored message
   // with the format's 1024 bytes of slack, copy it, zero the slack and free it.
   void allocateSlackFree(const Message& m);
+  // The record of a 1-record request decoded by its codec's record decoder alone, into a
+  // buffer of its layout's size and more.
+  std::int64_t decodeFields(const Message& m);
   unsigned char* out() { return out_.data(); }
 
  private:
   Bytes out_;
+  Bytes record_;
   ZSTD_CCtx* cctx_;
   ZSTD_DCtx* dctx_;
 };
