@@ -10,6 +10,7 @@
 #include "TrdCompData.h"
 #include "frame/catalogue.h"
 #include "framing/walker.h"
+#include "primitives/raw.h"
 #include "realistic.h"
 #include "records/codec2008.h"
 #include "records/codec2011.h"
@@ -51,7 +52,8 @@ int packTo(Message& m, unsigned char* out, int room) {
   return length;
 }
 
-// The record of a 1-record request by its codec's record decoder, into `record` (zero).
+// The record of a 1-record request by its codec's record decoder, into `record`: a zero buffer
+// gives the restored record; the timed runs decode over the previous run's, the same work.
 std::int64_t decodeRecord(const Message& m, Bytes& record) {
   const InView in(m.padded.data() + m.recordAt,
                   static_cast<std::int64_t>(m.padded.size()) - m.recordAt);
@@ -98,8 +100,8 @@ void findRecord(Message& m) {
   // The record decoded alone is the record the restore gives.
   Bytes record(static_cast<std::size_t>(layout->size) + kPadding);
   decodeRecord(m, record);
-  const auto at = m.raw.begin() + 76;
-  if (m.raw.size() < 76 + static_cast<std::size_t>(layout->size) ||
+  const auto at = m.raw.begin() + kRequestHeader;
+  if (m.raw.size() < kRequestHeader + static_cast<std::size_t>(layout->size) ||
       !std::equal(at, at + layout->size, record.begin()))
     refuse(m, "its record decoded alone differs from the restored one");
 }

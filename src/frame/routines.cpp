@@ -21,16 +21,20 @@ using trdcomp::framing::Params;
 // One routine of each kind serves every number: the exported ones below only name their number,
 // codec and flags, so that the some 460 of them cost a call each in code and build time.
 
+// 1 and the new length when the routine packed, 0 and the length unchanged when it refused.
+int packed(Status s, const OutBuffer& buffer, int& outLen) {
+  if (s != TRDCOMP_OK) return 0;
+  outLen = static_cast<int>(buffer.length());
+  return 1;
+}
+
 [[gnu::noinline]] int packRequest(const CodecOps& codec, unsigned number, char* out, int& outLen,
                                   char* body, int bodyLen, const Params& params) {
   // The caller's output from its start, `outLen` bytes written, no size given.
   OutBuffer buffer(reinterpret_cast<u8*>(out), outLen, INT32_MAX);
-  const Status s =
-      codec.packRequest(*find(number)->request[codec.index], buffer, body, bodyLen, params);
-  // 1 and the new length when the routine packed, 0 and the length unchanged when it refused.
-  if (s != TRDCOMP_OK) return 0;
-  outLen = static_cast<int>(buffer.length());
-  return 1;
+  return packed(
+      codec.packRequest(*find(number)->request[codec.index], buffer, body, bodyLen, params), buffer,
+      outLen);
 }
 
 [[gnu::noinline]] int restoreRequest(const CodecOps& codec, unsigned number, char* in, int inLen,
@@ -45,11 +49,9 @@ using trdcomp::framing::Params;
   if (!proc) return 0;
   char* const sections[5] = {s0, s1, s2, s3, s4};
   OutBuffer buffer(reinterpret_cast<u8*>(out), outLen, INT32_MAX);
-  const Status s =
-      codec.packAnswer(*find(number)->answerPack[codec.index], buffer, *proc, sections, params);
-  if (s != TRDCOMP_OK) return 0;
-  outLen = static_cast<int>(buffer.length());
-  return 1;
+  return packed(
+      codec.packAnswer(*find(number)->answerPack[codec.index], buffer, *proc, sections, params),
+      buffer, outLen);
 }
 
 [[gnu::noinline]] int restoreAnswer(const CodecOps& codec, unsigned number, char* in, int inLen,
